@@ -1,0 +1,93 @@
+// Synchronous method calls: request by response topic and correlation data, reply matched by the
+// network thread.
+#include "bus_internal.h"
+
+#include <cstring>
+
+namespace vask_bus {
+namespace {
+
+constexpr int kMaxTimeoutS = 3600;
+constexpr size_t kCorrelationBytes = 16;
+
+// Random rather than a counter, so that a restarted process never repeats a pending call's id.
+std::string new_correlation(bus_client *client)
+{
+    std::string correlation(kCorrelationBytes, '\0');
+    for (size_t i = 0; i < kCorrelationBytes; i += sizeof(uint64_t)) {
+        uint64_t bits = client->random();
+        memcpy(&correlation[i], &bits, sizeof bits);
+    }
+    return correlation;
+}
+
+int publish_request(bus_client *client, const std::string &topic, const char *body, int body_length,
+                    const std::string &correlation, int timeout_s)
+{
+    mosquitto_property *properties = nullptr;
+    int rc = mosquitto_property_add_string(&properties, MQTT_PROP_RESPONSE_TOPIC,
+                                           client->reply_topic.c_str());
+    if (rc == MOSQ_ERR_SUCCESS)
+        rc = mosquitto_property_add_binary(&properties, MQTT_PROP_CORRELATION_DATA, correlation.data(),
+                                           static_cast<uint16_t>(correlation.size()));
+    if (rc == MOSQ_ERR_SUCCESS)
+        rc = mosquitto_property_add_int32(&properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
+                                          static_cast<uint32_t>(timeout_s));
+    if (rc == MOSQ_ERR_SUCCESS)
+        rc = mosquitto_publish_v5(client->mosq, nullptr, topic.c_str(), body_length, body,
+                                  kQosRequest, false, properties);
+    mosquitto_property_free_all(&properties);
+    return rc;
+}
+
+} // namespace
+} // namespace vask_bus
+
+using namespace vask_bus;
+
+extern "C" int bus_method_call_sync(bus_client *client, const char *service, const char *method,
+                                    const char *body, int body_length, char *reply,
+                                    int *reply_length, int timeout_s)
+{
+    if (reply_length != nullptr)
+        *reply_length = 0;
+    if (!client_is_live(client))
+        return BUS_ERR_FAILED;
+    if (!valid_name(service) || !valid_name(method) || reply == nullptr || reply_length == nullptr ||
+        body_length < 0 || (body == nullptr && body_length != 0) || timeout_s < 1 ||
+        timeout_s > kMaxTimeoutS)
+        return BUS_ERR_INVALID;
+
+    std::string topic = method_topic(service, method);
+    pending_call call;
+    call.reply = reply;
+    call.reply_length = reply_length;
+    std::string correlation;
+    {
+        std::lock_guard<std::mutex> hold(client->mutex);
+        if (!client->connected)
+            return BUS_ERR_FAILED;
+        auto presence = client->presence.find(service);
+        if (presence != client->presence.end() && !presence->second)
+            return BUS_ERR_NO_SERVICE;
+        do
+            correlation = new_correlation(client);
+        while (client->calls.count(correlation) != 0);
+        // Registered before the request leaves, so that an early reply finds its caller.
+        client->calls.emplace(correlation, &call);
+    }
+    auto deadline = steady::now() + std::chrono::seconds(timeout_s);
+    int rc = publish_request(client, topic, body, body_length, correlation, timeout_s);
+
+    std::unique_lock<std::mutex> lock(client->mutex);
+    if (rc != MOSQ_ERR_SUCCESS && !call.done) {
+        client->calls.erase(correlation);
+        return BUS_ERR_FAILED;
+    }
+    call.finished.wait_until(lock, deadline, [&call] { return call.done; });
+    if (!call.done) {
+        client->calls.erase(correlation);
+        return BUS_ERR_TIMEOUT;
+    }
+    return call.result;
+}

@@ -1,0 +1,341 @@
+// Client lifecycle and the connection: the network thread, reconnection and resubscription.
+#include "bus_internal.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <mqtt_protocol.h>
+#include <sys/random.h>
+#include <unistd.h>
+#include <unordered_set>
+
+#include "tulo_log.h"
+
+using namespace vask_bus;
+
+namespace {
+
+constexpr int kKeepaliveS = 15;
+constexpr int kSessionExpiryS = 120;
+constexpr int kMaxBackoffS = 30;
+constexpr int kLoopTimeoutMs = 250;
+constexpr size_t kMaxNameLength = 64;
+
+std::mutex g_registry_mutex;
+std::unordered_set<const bus_client *> g_live_clients;
+int g_init_count = 0;
+
+uint64_t random_seed()
+{
+    uint64_t seed = 0;
+    if (getrandom(&seed, sizeof seed, 0) != static_cast<ssize_t>(sizeof seed))
+        seed = static_cast<uint64_t>(steady::now().time_since_epoch().count()) ^
+               (static_cast<uint64_t>(getpid()) << 32);
+    return seed;
+}
+
+void on_connect(mosquitto *, void *obj, int rc, int, const mosquitto_property *)
+{
+    auto *client = static_cast<bus_client *>(obj);
+    if (rc != 0) {
+        TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "on_connect",
+                               "broker refused the connection of %s: %s", client->client_id.c_str(),
+                               mosquitto_reason_string(rc));
+        return;
+    }
+    std::lock_guard<std::mutex> hold(client->mutex);
+    client->connected = true;
+    client->backoff_s = 1;
+    client->lost_logged = false;
+    client->unacked_subscriptions.clear();
+    // The broker may have lost our session (a restart): subscribe again to the whole table.
+    subscribe_locked(client, client->reply_topic, kQosRequest);
+    subscribe_locked(client, "+/state", kQosSignal);
+    for (const auto &entry : client->signals)
+        subscribe_locked(client, entry.first, kQosSignal);
+    for (const auto &entry : client->services)
+        subscribe_locked(client, method_topic(entry.first, "+"), kQosRequest);
+    // Queued after the subscriptions on the same connection, so whoever sees "online" can call.
+    for (const auto &entry : client->services)
+        publish_presence(client, entry.first, true);
+    TULO_LOG_write_newline(BUS_LOG_MODULE, 2, kLogSource, __LINE__, "on_connect", "%s connected",
+                           client->client_id.c_str());
+    client->state_changed.notify_all();
+}
+
+void on_disconnect(mosquitto *, void *obj, int rc, const mosquitto_property *)
+{
+    auto *client = static_cast<bus_client *>(obj);
+    std::lock_guard<std::mutex> hold(client->mutex);
+    bool was_connected = client->connected;
+    client->connected = false;
+    client->state_changed.notify_all();
+    if (rc == MQTT_RC_SESSION_TAKEN_OVER) {
+        TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "on_disconnect",
+                               "session taken over: another connection uses client id %s",
+                               client->client_id.c_str());
+    } else if (was_connected && !client->stopping && !client->reconnect_now) {
+        TULO_LOG_write_newline(BUS_LOG_MODULE, 1, kLogSource, __LINE__, "on_disconnect",
+                               "%s lost its connection (%d), reconnecting",
+                               client->client_id.c_str(), rc);
+    }
+}
+
+void on_subscribe(mosquitto *, void *obj, int mid, int, const int *, const mosquitto_property *)
+{
+    auto *client = static_cast<bus_client *>(obj);
+    std::lock_guard<std::mutex> hold(client->mutex);
+    client->unacked_subscriptions.erase(mid);
+    client->state_changed.notify_all();
+}
+
+void network_main(bus_client *client, broker_address address)
+{
+    mosquitto_property *properties = nullptr;
+    mosquitto_property_add_int32(&properties, MQTT_PROP_SESSION_EXPIRY_INTERVAL, kSessionExpiryS);
+    std::unique_lock<std::mutex> lock(client->mutex);
+    while (!client->stopping) {
+        lock.unlock();
+        int rc = mosquitto_connect_bind_v5(client->mosq, address.host.c_str(), address.port,
+                                           kKeepaliveS, nullptr, properties);
+        bool stop_sent = false;
+        while (rc == MOSQ_ERR_SUCCESS) {
+            rc = mosquitto_loop(client->mosq, kLoopTimeoutMs, 1);
+            lock.lock();
+            bool stop = client->stopping;
+            lock.unlock();
+            // bus_disconnect may have raced with a connection that was still being made.
+            if (stop && !stop_sent) {
+                mosquitto_disconnect_v5(client->mosq, 0, nullptr);
+                stop_sent = true;
+            }
+        }
+        lock.lock();
+        if (client->connected) {
+            client->connected = false;
+            client->state_changed.notify_all();
+        }
+        if (client->stopping)
+            break;
+        if (client->reconnect_now) {
+            client->reconnect_now = false;
+            continue;
+        }
+        if (!client->lost_logged) {
+            client->lost_logged = true;
+            TULO_LOG_write_newline(BUS_LOG_MODULE, 1, kLogSource, __LINE__, "network_main",
+                                   "cannot reach broker %s:%d (%s), retrying", address.host.c_str(),
+                                   address.port, mosquitto_strerror(rc));
+        }
+        int wait_s = client->backoff_s;
+        client->backoff_s = std::min(client->backoff_s * 2, kMaxBackoffS);
+        client->state_changed.wait_for(lock, std::chrono::seconds(wait_s),
+                                       [client] { return client->stopping || client->reconnect_now; });
+        client->reconnect_now = false;
+    }
+    lock.unlock();
+    mosquitto_property_free_all(&properties);
+}
+
+int configure_transport(bus_client *client, const broker_address &address)
+{
+    const char *username = secure_getenv("VASK_BUS_USERNAME");
+    const char *password = secure_getenv("VASK_BUS_PASSWORD");
+    if (username != nullptr && *username != '\0' &&
+        mosquitto_username_pw_set(client->mosq, username, password) != MOSQ_ERR_SUCCESS)
+        return BUS_ERR_INVALID;
+    if (address.tls) {
+        const char *cafile = secure_getenv("VASK_BUS_CAFILE");
+        bool have_cafile = cafile != nullptr && *cafile != '\0';
+        if (mosquitto_tls_set(client->mosq, have_cafile ? cafile : nullptr,
+                              have_cafile ? nullptr : "/etc/ssl/certs", nullptr, nullptr,
+                              nullptr) != MOSQ_ERR_SUCCESS)
+            return BUS_ERR_INVALID;
+    }
+    return BUS_OK;
+}
+
+} // namespace
+
+namespace vask_bus {
+
+bool client_is_live(const bus_client *client)
+{
+    if (client == nullptr)
+        return false;
+    std::lock_guard<std::mutex> hold(g_registry_mutex);
+    return g_live_clients.count(client) != 0;
+}
+
+int subscribe_locked(bus_client *client, const std::string &topic, int qos)
+{
+    int mid = 0;
+    int rc = mosquitto_subscribe_v5(client->mosq, &mid, topic.c_str(), qos, 0, nullptr);
+    if (rc == MOSQ_ERR_SUCCESS)
+        client->unacked_subscriptions.insert(mid);
+    return rc;
+}
+
+void wait_for_acks(bus_client *client, std::unique_lock<std::mutex> &lock, steady::time_point deadline)
+{
+    client->state_changed.wait_until(lock, deadline, [client] {
+        return !client->connected || client->unacked_subscriptions.empty();
+    });
+}
+
+void publish_presence(bus_client *client, const std::string &service, bool online)
+{
+    const char *text = online ? "online" : "offline";
+    mosquitto_publish_v5(client->mosq, nullptr, state_topic(service).c_str(),
+                         static_cast<int>(strlen(text)), text, kQosSignal, true, nullptr);
+}
+
+} // namespace vask_bus
+
+extern "C" int bus_init(void)
+{
+    std::lock_guard<std::mutex> hold(g_registry_mutex);
+    if (g_init_count == 0 && mosquitto_lib_init() != MOSQ_ERR_SUCCESS)
+        return BUS_ERR_FAILED;
+    ++g_init_count;
+    return BUS_OK;
+}
+
+extern "C" void bus_cleanup(void)
+{
+    std::lock_guard<std::mutex> hold(g_registry_mutex);
+    if (g_init_count == 0)
+        return;
+    if (--g_init_count == 0)
+        mosquitto_lib_cleanup();
+}
+
+extern "C" bus_client *bus_client_new(const char *name)
+{
+    if (!valid_name(name) || strlen(name) > kMaxNameLength)
+        return nullptr;
+    {
+        std::lock_guard<std::mutex> hold(g_registry_mutex);
+        if (g_init_count == 0)
+            return nullptr;
+    }
+    try {
+        auto *client = new bus_client;
+        client->name = name;
+        client->random.seed(random_seed());
+        char suffix[32];
+        snprintf(suffix, sizeof suffix, "-%d-%08x", static_cast<int>(getpid()),
+                 static_cast<unsigned>(client->random() & 0xffffffffu));
+        client->client_id = client->name + suffix;
+        client->reply_topic = "bus/reply/" + client->client_id;
+        client->mosq = mosquitto_new(client->client_id.c_str(), false, client);
+        if (client->mosq == nullptr) {
+            delete client;
+            return nullptr;
+        }
+        mosquitto_int_option(client->mosq, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+        mosquitto_int_option(client->mosq, MOSQ_OPT_TCP_NODELAY, 1);
+        // Our own network thread, not mosquitto_loop_start: in 2.0.11 threaded mode set by hand does
+        // not combine with loop_start, and the loop's own reconnect delay cannot double.
+        mosquitto_threaded_set(client->mosq, true);
+        mosquitto_connect_v5_callback_set(client->mosq, on_connect);
+        mosquitto_disconnect_v5_callback_set(client->mosq, on_disconnect);
+        mosquitto_subscribe_v5_callback_set(client->mosq, on_subscribe);
+        mosquitto_message_v5_callback_set(client->mosq, on_message);
+        client->dispatcher = std::thread(dispatch_main, client);
+        std::lock_guard<std::mutex> hold(g_registry_mutex);
+        g_live_clients.insert(client);
+        return client;
+    } catch (const std::exception &) {
+        return nullptr;
+    }
+}
+
+extern "C" void bus_client_set_user(bus_client *client, void *user)
+{
+    if (!client_is_live(client))
+        return;
+    std::lock_guard<std::mutex> hold(client->mutex);
+    client->user = user;
+}
+
+extern "C" int bus_connect(bus_client *client, int flags)
+{
+    if (!client_is_live(client))
+        return BUS_ERR_FAILED;
+    if (flags != 0)
+        return BUS_ERR_INVALID;
+    const char *url = secure_getenv("VASK_BUS_URL");
+    broker_address address;
+    if (!parse_broker_url(url != nullptr && *url != '\0' ? url : "mqtt://127.0.0.1:1883", &address)) {
+        TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "bus_connect",
+                               "bad broker address VASK_BUS_URL=%s", url);
+        return BUS_ERR_INVALID;
+    }
+    std::unique_lock<std::mutex> lock(client->mutex);
+    if (client->network_running)
+        return BUS_OK;
+    int rc = configure_transport(client, address);
+    if (rc != BUS_OK)
+        return rc;
+    client->stopping = false;
+    client->reconnect_now = false;
+    client->backoff_s = 1;
+    client->network_running = true;
+    client->network = std::thread(network_main, client, address);
+    auto deadline = steady::now() + kAckWait;
+    client->state_changed.wait_until(lock, deadline, [client] { return client->connected; });
+    wait_for_acks(client, lock, deadline);
+    return client->connected ? BUS_OK : BUS_ERR_FAILED;
+}
+
+extern "C" int bus_disconnect(bus_client *client)
+{
+    if (!client_is_live(client))
+        return BUS_ERR_FAILED;
+    if (in_handler())
+        return BUS_ERR_INVALID;
+    std::unique_lock<std::mutex> lock(client->mutex);
+    if (!client->network_running)
+        return BUS_OK;
+    if (client->connected) {
+        for (const auto &entry : client->services)
+            publish_presence(client, entry.first, false);
+    }
+    client->stopping = true;
+    mosquitto_disconnect_v5(client->mosq, 0, nullptr);
+    client->state_changed.notify_all();
+    lock.unlock();
+    client->network.join();
+    lock.lock();
+    client->network_running = false;
+    client->connected = false;
+    fail_pending_calls(client, BUS_ERR_FAILED);
+    client->queue.clear();
+    wait_for_handler(client, lock, std::string());
+    return BUS_OK;
+}
+
+extern "C" void bus_client_free(bus_client *client)
+{
+    if (!client_is_live(client))
+        return;
+    if (in_handler()) {
+        TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "bus_client_free",
+                               "refused: called from a handler of the bus");
+        return;
+    }
+    bus_disconnect(client);
+    {
+        std::lock_guard<std::mutex> hold(g_registry_mutex);
+        g_live_clients.erase(client);
+    }
+    {
+        std::lock_guard<std::mutex> hold(client->mutex);
+        client->dispatch_stop = true;
+        client->queue_changed.notify_all();
+    }
+    client->dispatcher.join();
+    mosquitto_destroy(client->mosq);
+    delete client;
+}

@@ -1,0 +1,129 @@
+// The dispatch thread: runs signal and method handlers one at a time, in arrival order, away from
+// the network thread so that a handler may itself wait for a reply.
+#include "bus_internal.h"
+
+#include <cstring>
+#include <vector>
+
+#include "tulo_log.h"
+
+namespace vask_bus {
+
+namespace {
+
+thread_local bool t_in_handler = false;
+
+struct handler_scope {
+    handler_scope() { t_in_handler = true; }
+    ~handler_scope() { t_in_handler = false; }
+};
+
+void run_signal(bus_client *client, std::unique_lock<std::mutex> &lock, const dispatch_item &item)
+{
+    auto found = client->signals.find(item.topic);
+    if (found == client->signals.end() || found->second == nullptr)
+        return; // unsubscribed after it was queued
+    bus_signal_handler handler = found->second;
+    void *user = client->user;
+    lock.unlock();
+    {
+        handler_scope scope;
+        handler(client, user, item.topic.c_str(), item.payload.c_str(),
+                static_cast<int>(item.payload.size()));
+    }
+    lock.lock();
+}
+
+void run_request(bus_client *client, std::unique_lock<std::mutex> &lock, const dispatch_item &item,
+                 std::vector<char> &reply)
+{
+    std::string service = item.topic.substr(0, item.topic.find('/'));
+    std::string method = item.topic.substr(service.size() + strlen("/method/"));
+    auto found = client->services.find(service);
+    if (found == client->services.end())
+        return;
+    service_entry entry = found->second;
+    lock.unlock();
+    int length;
+    {
+        handler_scope scope;
+        length = entry.handler(client, entry.user, method.c_str(), item.payload.c_str(),
+                               static_cast<int>(item.payload.size()), reply.data(),
+                               BUS_SERVICE_REPLY_CAPACITY);
+    }
+    if (length > BUS_SERVICE_REPLY_CAPACITY) {
+        TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "dispatch",
+                               "handler of %s returned %d bytes, more than its buffer; no reply sent",
+                               item.topic.c_str(), length);
+    } else if (length >= 0 && !item.response_topic.empty()) {
+        mosquitto_property *properties = nullptr;
+        if (!item.correlation.empty())
+            mosquitto_property_add_binary(&properties, MQTT_PROP_CORRELATION_DATA,
+                                          item.correlation.data(),
+                                          static_cast<uint16_t>(item.correlation.size()));
+        mosquitto_publish_v5(client->mosq, nullptr, item.response_topic.c_str(), length,
+                             reply.data(), kQosRequest, false, properties);
+        mosquitto_property_free_all(&properties);
+    }
+    lock.lock();
+}
+
+} // namespace
+
+bool in_handler()
+{
+    return t_in_handler;
+}
+
+void dispatch_main(bus_client *client)
+{
+    std::vector<char> reply(BUS_SERVICE_REPLY_CAPACITY + 1);
+    std::unique_lock<std::mutex> lock(client->mutex);
+    for (;;) {
+        client->queue_changed.wait(lock, [client] { return client->dispatch_stop || !client->queue.empty(); });
+        if (client->dispatch_stop)
+            break;
+        dispatch_item item = std::move(client->queue.front());
+        client->queue.pop_front();
+        client->handler_running = true;
+        client->running_topic = item.topic;
+        try {
+            if (item.request)
+                run_request(client, lock, item, reply);
+            else
+                run_signal(client, lock, item);
+        } catch (...) {
+            // A handler's exception must not end the thread that serves every other handler.
+            if (!lock.owns_lock())
+                lock.lock();
+            TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "dispatch",
+                                   "handler of %s threw an exception", item.topic.c_str());
+        }
+        client->handler_running = false;
+        client->running_topic.clear();
+        ++client->handlers_finished;
+        client->handler_done.notify_all();
+    }
+}
+
+void wait_for_handler(bus_client *client, std::unique_lock<std::mutex> &lock, const std::string &topic)
+{
+    if (!client->handler_running)
+        return;
+    if (!topic.empty() && client->running_topic.compare(0, topic.size(), topic) != 0)
+        return;
+    uint64_t running = client->handlers_finished;
+    client->handler_done.wait(lock, [client, running] { return client->handlers_finished != running; });
+}
+
+void drop_queued(bus_client *client, const std::string &prefix)
+{
+    for (auto it = client->queue.begin(); it != client->queue.end();) {
+        if (it->topic.compare(0, prefix.size(), prefix) == 0)
+            it = client->queue.erase(it);
+        else
+            ++it;
+    }
+}
+
+} // namespace vask_bus

@@ -1,0 +1,117 @@
+// What the network thread does with an arriving message: replies wake their caller, presence is
+// recorded, signals and requests are queued for the dispatch thread.
+#include "bus_internal.h"
+
+#include <cstring>
+
+namespace vask_bus {
+
+namespace {
+
+std::string read_correlation(const mosquitto_property *properties)
+{
+    void *data = nullptr;
+    uint16_t length = 0;
+    if (mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &data, &length,
+                                       false) == nullptr)
+        return std::string();
+    std::string correlation(static_cast<const char *>(data), length);
+    free(data);
+    return correlation;
+}
+
+bool ends_with(const std::string &text, const char *suffix)
+{
+    size_t n = strlen(suffix);
+    return text.size() >= n && text.compare(text.size() - n, n, suffix) == 0;
+}
+
+void record_presence(bus_client *client, const std::string &topic, const mosquitto_message *message)
+{
+    std::string service = topic.substr(0, topic.size() - strlen("/state"));
+    std::string state(static_cast<const char *>(message->payload),
+                      message->payload != nullptr ? static_cast<size_t>(message->payloadlen) : 0);
+    std::lock_guard<std::mutex> hold(client->mutex);
+    if (state == "online")
+        client->presence[service] = true;
+    else if (state == "offline")
+        client->presence[service] = false;
+    else
+        client->presence.erase(service); // a cleared retained state: unknown again
+}
+
+} // namespace
+
+void deliver_reply(bus_client *client, const mosquitto_message *message,
+                   const mosquitto_property *properties)
+{
+    std::string correlation = read_correlation(properties);
+    std::lock_guard<std::mutex> hold(client->mutex);
+    auto found = client->calls.find(correlation);
+    if (found == client->calls.end())
+        return; // late, duplicated or foreign: nobody waits for it
+    pending_call *call = found->second;
+    client->calls.erase(found);
+    int length = message->payload != nullptr ? message->payloadlen : 0;
+    if (length >= BUS_REPLY_MAX) {
+        call->result = BUS_ERR_REPLY_TOO_LARGE;
+    } else {
+        if (length > 0)
+            memcpy(call->reply, message->payload, static_cast<size_t>(length));
+        call->reply[length] = '\0';
+        *call->reply_length = length;
+        call->result = BUS_OK;
+    }
+    call->done = true;
+    call->finished.notify_one();
+}
+
+void fail_pending_calls(bus_client *client, int result)
+{
+    for (auto &entry : client->calls) {
+        entry.second->result = result;
+        entry.second->done = true;
+        entry.second->finished.notify_one();
+    }
+    client->calls.clear();
+}
+
+void on_message(mosquitto *, void *obj, const mosquitto_message *message,
+                const mosquitto_property *properties)
+{
+    auto *client = static_cast<bus_client *>(obj);
+    std::string topic = message->topic;
+    if (topic == client->reply_topic) {
+        deliver_reply(client, message, properties);
+        return;
+    }
+    if (ends_with(topic, "/state") && topic.find('/') == topic.size() - strlen("/state")) {
+        record_presence(client, topic, message);
+        return;
+    }
+    dispatch_item item;
+    size_t slash = topic.find('/');
+    if (slash == std::string::npos)
+        return;
+    if (topic.compare(slash, 8, "/method/") == 0) {
+        item.request = true;
+        char *response_topic = nullptr;
+        if (mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &response_topic,
+                                           false) != nullptr) {
+            item.response_topic = response_topic;
+            free(response_topic);
+        }
+        item.correlation = read_correlation(properties);
+    } else if (topic.compare(slash, 8, "/signal/") != 0) {
+        return;
+    }
+    item.topic = std::move(topic);
+    if (message->payload != nullptr && message->payloadlen > 0)
+        item.payload.assign(static_cast<const char *>(message->payload),
+                            static_cast<size_t>(message->payloadlen));
+    std::lock_guard<std::mutex> hold(client->mutex);
+    client->queue.push_back(std::move(item));
+    client->queue_changed.notify_one();
+}
+
+} // namespace vask_bus

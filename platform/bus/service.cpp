@@ -1,0 +1,66 @@
+// The service side: registration, presence and the connection's will.
+#include "bus_internal.h"
+
+#include <cstring>
+
+using namespace vask_bus;
+
+extern "C" int bus_service_register(bus_client *client, const char *service,
+                                    bus_method_handler handler, void *user)
+{
+    if (!client_is_live(client))
+        return BUS_ERR_FAILED;
+    if (!valid_name(service) || handler == nullptr)
+        return BUS_ERR_INVALID;
+    std::unique_lock<std::mutex> lock(client->mutex);
+    if (client->services.count(service) != 0)
+        return BUS_ERR_INVALID;
+    client->services[service] = service_entry{handler, user};
+    auto deadline = steady::now() + kAckWait;
+    if (client->will_service.empty()) {
+        client->will_service = service;
+        static const char offline[] = "offline";
+        mosquitto_will_set_v5(client->mosq, state_topic(service).c_str(),
+                              static_cast<int>(strlen(offline)), offline, kQosSignal, true, nullptr);
+        if (client->connected) {
+            // A will only takes effect with a new connection; on_connect then subscribes and
+            // announces every service.
+            client->reconnect_now = true;
+            mosquitto_disconnect_v5(client->mosq, 0, nullptr);
+            client->state_changed.notify_all();
+            client->state_changed.wait_until(lock, deadline, [client] { return !client->connected; });
+            client->state_changed.wait_until(lock, deadline, [client] { return client->connected; });
+            wait_for_acks(client, lock, deadline);
+        }
+        return BUS_OK;
+    }
+    if (client->connected) {
+        subscribe_locked(client, method_topic(service, "+"), kQosRequest);
+        publish_presence(client, service, true);
+        wait_for_acks(client, lock, deadline);
+    }
+    return BUS_OK;
+}
+
+extern "C" int bus_service_unregister(bus_client *client, const char *service)
+{
+    if (!client_is_live(client))
+        return BUS_ERR_FAILED;
+    if (!valid_name(service) || in_handler())
+        return BUS_ERR_INVALID;
+    std::unique_lock<std::mutex> lock(client->mutex);
+    if (client->services.erase(service) == 0)
+        return BUS_ERR_INVALID;
+    if (client->connected) {
+        mosquitto_unsubscribe_v5(client->mosq, nullptr, method_topic(service, "+").c_str(), nullptr);
+        publish_presence(client, service, false);
+    }
+    if (client->will_service == service) {
+        client->will_service.clear();
+        mosquitto_will_clear(client->mosq);
+    }
+    std::string prefix = std::string(service) + "/method/";
+    drop_queued(client, prefix);
+    wait_for_handler(client, lock, prefix);
+    return BUS_OK;
+}

@@ -1,0 +1,56 @@
+// Signal subscriptions, kept in the client's own table, and signal emission.
+#include "bus_internal.h"
+
+using namespace vask_bus;
+
+extern "C" int bus_signal_subscribe(bus_client *client, const char *service, const char *event,
+                                    bus_signal_handler handler)
+{
+    if (!client_is_live(client))
+        return BUS_ERR_FAILED;
+    if (!valid_name(service) || !valid_name(event) || handler == nullptr)
+        return BUS_ERR_INVALID;
+    std::string topic = signal_topic(service, event);
+    std::unique_lock<std::mutex> lock(client->mutex);
+    bool known = client->signals.count(topic) != 0;
+    client->signals[topic] = handler;
+    if (client->connected && !known) {
+        subscribe_locked(client, topic, kQosSignal);
+        wait_for_acks(client, lock, steady::now() + kAckWait);
+    }
+    return BUS_OK;
+}
+
+extern "C" int bus_signal_unsubscribe(bus_client *client, const char *service, const char *event)
+{
+    if (!client_is_live(client))
+        return BUS_ERR_FAILED;
+    if (!valid_name(service) || !valid_name(event) || in_handler())
+        return BUS_ERR_INVALID;
+    std::string topic = signal_topic(service, event);
+    std::unique_lock<std::mutex> lock(client->mutex);
+    if (client->signals.erase(topic) == 0)
+        return BUS_OK;
+    if (client->connected)
+        mosquitto_unsubscribe_v5(client->mosq, nullptr, topic.c_str(), nullptr);
+    drop_queued(client, topic);
+    wait_for_handler(client, lock, topic);
+    return BUS_OK;
+}
+
+extern "C" int bus_signal_emit(bus_client *client, const char *service, const char *event,
+                               const void *payload, int length)
+{
+    if (!client_is_live(client))
+        return BUS_ERR_FAILED;
+    if (!valid_name(service) || !valid_name(event) || length < 0 || (payload == nullptr && length != 0))
+        return BUS_ERR_INVALID;
+    {
+        std::lock_guard<std::mutex> hold(client->mutex);
+        if (!client->connected)
+            return BUS_ERR_FAILED;
+    }
+    int rc = mosquitto_publish_v5(client->mosq, nullptr, signal_topic(service, event).c_str(), length,
+                                  payload, kQosSignal, false, nullptr);
+    return rc == MOSQ_ERR_SUCCESS ? BUS_OK : BUS_ERR_FAILED;
+}

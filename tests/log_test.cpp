@@ -1,0 +1,128 @@
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "log_capture.h"
+#include "process.h"
+#include "tulo_log.h"
+
+using vask_test::log_capture;
+
+TEST(TuloLog, WriteNewline_ShouldHandTheSinkEveryField)
+{
+    log_capture capture;
+    TULO_LOG_write_newline(59, 0, "libvask_external_device", 109, "ed_init", "value %d of %s", 7, "x");
+    auto lines = capture.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].module, 59);
+    EXPECT_EQ(lines[0].level, 0);
+    EXPECT_EQ(lines[0].source, "libvask_external_device");
+    EXPECT_EQ(lines[0].line, 109);
+    EXPECT_EQ(lines[0].function, "ed_init");
+    EXPECT_EQ(lines[0].message, "value 7 of x");
+}
+
+TEST(TuloLog, WriteNewline_ShouldKeepATrailingNewlineOfTheMessage)
+{
+    log_capture capture;
+    TULO_LOG_write_newline(59, 0, "libvask_external_device", 1448, "ed_signal_handler", "not supported topic\n");
+    ASSERT_EQ(capture.lines().size(), 1u);
+    EXPECT_EQ(capture.lines()[0].message, "not supported topic\n");
+}
+
+TEST(TuloLog, SetLevel_ShouldDropLinesAboveTheThreshold)
+{
+    log_capture capture(TULO_LOG_LEVEL_WARNING);
+    TULO_LOG_write_newline(1, 2, "s", 1, "f", "trace");
+    TULO_LOG_write_newline(1, 1, "s", 2, "f", "warning");
+    TULO_LOG_write_newline(1, 0, "s", 3, "f", "error");
+    TULO_LOG_set_level(-1);
+    TULO_LOG_write_newline(1, 0, "s", 4, "f", "dropped");
+    auto lines = capture.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].message, "warning");
+    EXPECT_EQ(lines[1].message, "error");
+}
+
+TEST(TuloLog, DefaultThreshold_ShouldComeFromTheEnvironment)
+{
+    // The threshold is read at the first line of the process; each test runs in a process of its own.
+    setenv("TULO_LOG_LEVEL", "2", 1);
+    std::vector<std::string> seen;
+    TULO_LOG_set_sink([](void *user, int, int, const char *, int, const char *, const char *message) {
+        static_cast<std::vector<std::string> *>(user)->push_back(message);
+    }, &seen);
+    TULO_LOG_write_newline(1, 2, "s", 1, "f", "trace shown");
+    TULO_LOG_set_sink(nullptr, nullptr);
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0], "trace shown");
+}
+
+TEST(TuloLog, DefaultThreshold_ShouldBeWarningWhenUnset)
+{
+    unsetenv("TULO_LOG_LEVEL");
+    std::vector<std::string> seen;
+    TULO_LOG_set_sink([](void *user, int, int, const char *, int, const char *, const char *message) {
+        static_cast<std::vector<std::string> *>(user)->push_back(message);
+    }, &seen);
+    TULO_LOG_write_newline(1, 2, "s", 1, "f", "trace hidden");
+    TULO_LOG_write_newline(1, 1, "s", 1, "f", "warning shown");
+    TULO_LOG_set_sink(nullptr, nullptr);
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0], "warning shown");
+}
+
+TEST(TuloLog, WriteNewline_ShouldFormatLongMessagesWhole)
+{
+    log_capture capture;
+    std::string long_text(5000, 'q');
+    TULO_LOG_write_newline(1, 0, "s", 1, "f", "<%s>", long_text.c_str());
+    ASSERT_EQ(capture.lines().size(), 1u);
+    EXPECT_EQ(capture.lines()[0].message, "<" + long_text + ">");
+}
+
+TEST(TuloLog, DefaultSink_ShouldWriteWholeLinesFromManyThreads)
+{
+    vask_test::temp_dir dir;
+    std::string path = dir.path() + "/stderr";
+    int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    ASSERT_GE(file, 0);
+    int saved = dup(STDERR_FILENO);
+    dup2(file, STDERR_FILENO);
+    TULO_LOG_set_level(2);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([t] {
+            for (int i = 0; i < 1000; ++i)
+                TULO_LOG_write_newline(7, 1, "utils", 42, "worker", "thread %d line %d end", t, i);
+        });
+    for (auto &thread : threads)
+        thread.join();
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+    close(file);
+
+    FILE *in = fopen(path.c_str(), "r");
+    ASSERT_NE(in, nullptr);
+    char line[512];
+    int count = 0;
+    int counts[8] = {0};
+    while (fgets(line, sizeof line, in) != nullptr) {
+        ++count;
+        const char *marker = strstr(line, "[7] warning utils:42 worker: thread ");
+        ASSERT_NE(marker, nullptr) << line;
+        int t = -1, i = -1;
+        ASSERT_EQ(sscanf(marker, "[7] warning utils:42 worker: thread %d line %d end", &t, &i), 2) << line;
+        ASSERT_TRUE(t >= 0 && t < 8);
+        EXPECT_EQ(i, counts[t]++) << "lines of one thread keep their order";
+        EXPECT_EQ(line[strlen(line) - 1], '\n');
+    }
+    fclose(in);
+    EXPECT_EQ(count, 8000);
+}
