@@ -86,4 +86,10 @@ ED_API int ed_get_voting(ed_voting_info &info);
  * other actions `info` is not changed. Returns 0, or -1 to -4 as in the rules above. */
 ED_API int ed_set_voting(ed_voting_info &info);
 
+/* ---- Signals ----------------------------------------------------------------------------- */
+/* (signal records, parsers, releasers and registration go here) */
+
+/* ---- Utilities --------------------------------------------------------------------------- */
+/* (string, path, system and format utilities go here) */
+
 #endif
