@@ -17,6 +17,7 @@
 #include <string>
 #include <thread>
 #include <unordered_map>
+#include <vector>
 
 namespace vask_bus {
 
@@ -76,6 +77,7 @@ struct bus_client {
     bool lost_logged = false;
     std::thread network;
     std::set<int> unacked_subscriptions;
+    std::set<int> unacked_presence; // "offline" announcements not yet acknowledged by the broker
 
     std::map<std::string, bus_signal_handler> signals;      // full topic -> handler
     std::map<std::string, vask_bus::service_entry> services; // service name -> handler
@@ -126,6 +128,12 @@ void wait_for_handler(bus_client *client, std::unique_lock<std::mutex> &lock, co
 void drop_queued(bus_client *client, const std::string &prefix);
 
 void publish_presence(bus_client *client, const std::string &service, bool online);
+
+// Announces `services` as offline and waits (at most 2 s) until the broker has acknowledged it.
+// An unacknowledged announcement would be sent again after a reconnection, possibly after the
+// "online" of that connection, and leave the service looking offline.
+void announce_offline(bus_client *client, std::unique_lock<std::mutex> &lock,
+                      const std::vector<std::string> &services);
 
 // Network-thread entry points.
 void on_message(mosquitto *mosq, void *obj, const mosquitto_message *message,

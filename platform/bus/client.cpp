@@ -48,6 +48,7 @@ void on_connect(mosquitto *, void *obj, int rc, int, const mosquitto_property *)
     client->backoff_s = 1;
     client->lost_logged = false;
     client->unacked_subscriptions.clear();
+    client->unacked_presence.clear();
     // The broker may have lost our session (a restart): subscribe again to the whole table.
     subscribe_locked(client, client->reply_topic, kQosRequest);
     subscribe_locked(client, "+/state", kQosSignal);
@@ -87,6 +88,14 @@ void on_subscribe(mosquitto *, void *obj, int mid, int, const int *, const mosqu
     std::lock_guard<std::mutex> hold(client->mutex);
     client->unacked_subscriptions.erase(mid);
     client->state_changed.notify_all();
+}
+
+void on_publish(mosquitto *, void *obj, int mid, int, const mosquitto_property *)
+{
+    auto *client = static_cast<bus_client *>(obj);
+    std::lock_guard<std::mutex> hold(client->mutex);
+    if (client->unacked_presence.erase(mid) != 0)
+        client->state_changed.notify_all();
 }
 
 void network_main(bus_client *client, broker_address address)
@@ -186,8 +195,24 @@ void wait_for_acks(bus_client *client, std::unique_lock<std::mutex> &lock, stead
 void publish_presence(bus_client *client, const std::string &service, bool online)
 {
     const char *text = online ? "online" : "offline";
-    mosquitto_publish_v5(client->mosq, nullptr, state_topic(service).c_str(),
-                         static_cast<int>(strlen(text)), text, kQosSignal, true, nullptr);
+    int mid = 0;
+    if (mosquitto_publish_v5(client->mosq, &mid, state_topic(service).c_str(),
+                             static_cast<int>(strlen(text)), text, kQosSignal, true,
+                             nullptr) == MOSQ_ERR_SUCCESS &&
+        !online)
+        client->unacked_presence.insert(mid);
+}
+
+void announce_offline(bus_client *client, std::unique_lock<std::mutex> &lock,
+                      const std::vector<std::string> &services)
+{
+    if (!client->connected)
+        return;
+    for (const std::string &service : services)
+        publish_presence(client, service, false);
+    client->state_changed.wait_for(lock, kAckWait, [client] {
+        return !client->connected || client->unacked_presence.empty();
+    });
 }
 
 } // namespace vask_bus
@@ -242,6 +267,7 @@ extern "C" bus_client *bus_client_new(const char *name)
         mosquitto_disconnect_v5_callback_set(client->mosq, on_disconnect);
         mosquitto_subscribe_v5_callback_set(client->mosq, on_subscribe);
         mosquitto_message_v5_callback_set(client->mosq, on_message);
+        mosquitto_publish_v5_callback_set(client->mosq, on_publish);
         client->dispatcher = std::thread(dispatch_main, client);
         std::lock_guard<std::mutex> hold(g_registry_mutex);
         g_live_clients.insert(client);
@@ -298,10 +324,10 @@ extern "C" int bus_disconnect(bus_client *client)
     std::unique_lock<std::mutex> lock(client->mutex);
     if (!client->network_running)
         return BUS_OK;
-    if (client->connected) {
-        for (const auto &entry : client->services)
-            publish_presence(client, entry.first, false);
-    }
+    std::vector<std::string> services;
+    for (const auto &entry : client->services)
+        services.push_back(entry.first);
+    announce_offline(client, lock, services);
     client->stopping = true;
     mosquitto_disconnect_v5(client->mosq, 0, nullptr);
     client->state_changed.notify_all();

@@ -51,10 +51,9 @@ extern "C" int bus_service_unregister(bus_client *client, const char *service)
     std::unique_lock<std::mutex> lock(client->mutex);
     if (client->services.erase(service) == 0)
         return BUS_ERR_INVALID;
-    if (client->connected) {
+    if (client->connected)
         mosquitto_unsubscribe_v5(client->mosq, nullptr, method_topic(service, "+").c_str(), nullptr);
-        publish_presence(client, service, false);
-    }
+    announce_offline(client, lock, {service});
     if (client->will_service == service) {
         client->will_service.clear();
         mosquitto_will_clear(client->mosq);

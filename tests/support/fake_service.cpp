@@ -17,6 +17,7 @@ fake_service::fake_service(const char *service) : service_(service)
 
 fake_service::~fake_service()
 {
+    release();
     if (client_ != nullptr) {
         unregister();
         bus_client_free(client_);
@@ -44,6 +45,27 @@ void fake_service::no_reply(const std::string &method)
     silent_[method] = true;
 }
 
+void fake_service::hold(const std::string &method)
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    held_method_ = method;
+    released_ = false;
+}
+
+bool fake_service::held()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    return waiting_;
+}
+
+void fake_service::release()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    held_method_.clear();
+    released_ = true;
+    gate_.notify_all();
+}
+
 std::vector<received_call> fake_service::calls()
 {
     std::lock_guard<std::mutex> hold(mutex_);
@@ -54,12 +76,23 @@ int fake_service::handle(bus_client *, void *user, const char *method, const cha
                          char *reply, int capacity)
 {
     auto *self = static_cast<fake_service *>(user);
-    std::lock_guard<std::mutex> hold(self->mutex_);
+    std::unique_lock<std::mutex> hold(self->mutex_);
     self->calls_.push_back({method, std::string(body, static_cast<size_t>(body_length)), body_length});
+    if (self->held_method_ == method) {
+        self->waiting_ = true;
+        self->gate_.wait(hold, [self] { return self->released_; });
+        self->waiting_ = false;
+    }
     if (self->silent_.count(method) != 0)
         return -1;
     auto found = self->replies_.find(method);
-    std::string text = found != self->replies_.end() ? found->second : "{\"code\":0}";
+    std::string text;
+    if (found != self->replies_.end())
+        text = found->second;
+    else if (strcmp(method, "echo") == 0)
+        text.assign(body, static_cast<size_t>(body_length));
+    else
+        text = "{\"code\":0}";
     if (static_cast<int>(text.size()) > capacity)
         return -1;
     memcpy(reply, text.data(), text.size());

@@ -27,10 +27,16 @@ public:
     bool ready() const { return ready_; }
     bus_client *client() const { return client_; }
 
-    // The reply to `method`; a method without a canned reply gets {"code":0}.
+    // The reply to `method`. Without a canned reply, "echo" answers with the request body and every
+    // other method with {"code":0}.
     void reply(const std::string &method, const std::string &text);
     // `method` gets no reply at all.
     void no_reply(const std::string &method);
+
+    // Requests to `method` wait in the handler until release(); held() tells that one is waiting.
+    void hold(const std::string &method);
+    bool held();
+    void release();
 
     std::vector<received_call> calls();
     void unregister();
@@ -46,6 +52,10 @@ private:
     std::map<std::string, std::string> replies_;
     std::map<std::string, bool> silent_;
     std::vector<received_call> calls_;
+    std::string held_method_;
+    bool waiting_ = false;
+    bool released_ = false;
+    std::condition_variable gate_;
 };
 
 } // namespace vask_test
