@@ -50,8 +50,11 @@ void on_connect(mosquitto *, void *obj, int rc, int, const mosquitto_property *)
     client->unacked_subscriptions.clear();
     client->unacked_presence.clear();
     // The broker may have lost our session (a restart): subscribe again to the whole table.
+    // Presence first and at QoS 0: the broker writes the retained states straight after its
+    // acknowledgement, ahead of the acknowledgements of the later subscriptions, so once
+    // bus_connect has seen every acknowledgement the client knows which services are offline.
+    subscribe_locked(client, "+/state", kQosRequest);
     subscribe_locked(client, client->reply_topic, kQosRequest);
-    subscribe_locked(client, "+/state", kQosSignal);
     for (const auto &entry : client->signals)
         subscribe_locked(client, entry.first, kQosSignal);
     for (const auto &entry : client->services)

@@ -91,8 +91,9 @@ VASK_BUS_API bus_client *bus_client_new(const char *name);
 VASK_BUS_API void bus_client_set_user(bus_client *client, void *user);
 
 /* Connects to the broker of VASK_BUS_URL and starts the network thread. `flags` must be 0: wait up
- * to 2 s for the connection and the acknowledgement of every subscription the client already has,
- * and keep retrying in the background when the broker cannot be reached.
+ * to 2 s for the connection and the acknowledgement of every subscription the client already has
+ * (by then the retained presence of every service has arrived, so a call to a service known to be
+ * offline fails at once), and keep retrying in the background when the broker cannot be reached.
  * Returns BUS_OK when connected; BUS_ERR_FAILED when not connected within 2 s (the client keeps
  * trying), also for a null or freed client; BUS_ERR_INVALID for a bad URL or flags; BUS_OK at once
  * when already connecting or connected. */
@@ -108,7 +109,7 @@ VASK_BUS_API int bus_connect(bus_client *client, int flags);
  * (at once) or for a null or freed client; BUS_ERR_INVALID for bad arguments; BUS_ERR_NO_SERVICE at
  * once when the service's presence is "offline"; BUS_ERR_REPLY_TOO_LARGE when the reply has
  * BUS_REPLY_MAX bytes or more (nothing is written, `*reply_length` is 0). On every result but
- * BUS_OK, `reply` is left untouched and `*reply_length` is 0 unless it was NULL-checked away. */
+ * BUS_OK, `reply` is left untouched and `*reply_length` (when not NULL) is 0. */
 VASK_BUS_API int bus_method_call_sync(bus_client *client, const char *service, const char *method,
                                       const char *body, int body_length, char *reply,
                                       int *reply_length, int timeout_s);
