@@ -50,32 +50,71 @@ TEST(TuloLog, SetLevel_ShouldDropLinesAboveTheThreshold)
     EXPECT_EQ(lines[1].message, "error");
 }
 
-TEST(TuloLog, DefaultThreshold_ShouldComeFromTheEnvironment)
+// The threshold is taken from the environment at the first line a process writes, so these run in a
+// fresh process: the test program itself, started again for one test.
+namespace {
+
+std::vector<std::string> lines_seen_with_default_threshold()
 {
-    // The threshold is read at the first line of the process; each test runs in a process of its own.
-    setenv("TULO_LOG_LEVEL", "2", 1);
     std::vector<std::string> seen;
     TULO_LOG_set_sink([](void *user, int, int, const char *, int, const char *, const char *message) {
         static_cast<std::vector<std::string> *>(user)->push_back(message);
     }, &seen);
-    TULO_LOG_write_newline(1, 2, "s", 1, "f", "trace shown");
+    TULO_LOG_write_newline(1, 2, "s", 1, "f", "trace");
+    TULO_LOG_write_newline(1, 1, "s", 1, "f", "warning");
+    TULO_LOG_write_newline(1, 0, "s", 1, "f", "error");
     TULO_LOG_set_sink(nullptr, nullptr);
-    ASSERT_EQ(seen.size(), 1u);
-    EXPECT_EQ(seen[0], "trace shown");
+    return seen;
 }
 
-TEST(TuloLog, DefaultThreshold_ShouldBeWarningWhenUnset)
+// Runs the test `name` of this program in a new process with TULO_LOG_LEVEL set to `level`
+// ("" leaves it unset) and returns its exit code.
+int run_fresh(const std::string &name, const std::string &level)
 {
-    unsetenv("TULO_LOG_LEVEL");
-    std::vector<std::string> seen;
-    TULO_LOG_set_sink([](void *user, int, int, const char *, int, const char *, const char *message) {
-        static_cast<std::vector<std::string> *>(user)->push_back(message);
-    }, &seen);
-    TULO_LOG_write_newline(1, 2, "s", 1, "f", "trace hidden");
-    TULO_LOG_write_newline(1, 1, "s", 1, "f", "warning shown");
-    TULO_LOG_set_sink(nullptr, nullptr);
-    ASSERT_EQ(seen.size(), 1u);
-    EXPECT_EQ(seen[0], "warning shown");
+    std::vector<std::string> env = {"TULO_LOG_FRESH=1"};
+    if (!level.empty())
+        env.push_back("TULO_LOG_LEVEL=" + level);
+    else
+        unsetenv("TULO_LOG_LEVEL");
+    auto r = vask_test::run_program({"/proc/self/exe", "--gtest_filter=TuloLogFresh." + name}, env);
+    return r.out.find("[  PASSED  ] 1 test") != std::string::npos ? r.exit_code : -1;
+}
+
+bool fresh() { return getenv("TULO_LOG_FRESH") != nullptr; }
+
+} // namespace
+
+TEST(TuloLogFresh, TraceLevel)
+{
+    if (!fresh())
+        GTEST_SKIP() << "runs in a fresh process";
+    EXPECT_EQ(lines_seen_with_default_threshold(), (std::vector<std::string>{"trace", "warning", "error"}));
+}
+
+TEST(TuloLogFresh, Unset)
+{
+    if (!fresh())
+        GTEST_SKIP() << "runs in a fresh process";
+    EXPECT_EQ(lines_seen_with_default_threshold(), (std::vector<std::string>{"warning", "error"}));
+}
+
+TEST(TuloLogFresh, ErrorLevel)
+{
+    if (!fresh())
+        GTEST_SKIP() << "runs in a fresh process";
+    EXPECT_EQ(lines_seen_with_default_threshold(), (std::vector<std::string>{"error"}));
+}
+
+TEST(TuloLog, DefaultThreshold_ShouldComeFromTheEnvironment)
+{
+    EXPECT_EQ(run_fresh("TraceLevel", "2"), 0);
+    EXPECT_EQ(run_fresh("ErrorLevel", "0"), 0);
+}
+
+TEST(TuloLog, DefaultThreshold_ShouldBeWarningWhenUnsetOrNotANumber)
+{
+    EXPECT_EQ(run_fresh("Unset", ""), 0);
+    EXPECT_EQ(run_fresh("Unset", "loud"), 0);
 }
 
 TEST(TuloLog, WriteNewline_ShouldFormatLongMessagesWhole)
