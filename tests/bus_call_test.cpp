@@ -1,4 +1,6 @@
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <chrono>
 #include <cstring>
 #include <thread>
@@ -228,4 +230,34 @@ TEST_F(BusTest, ServiceInAnotherProcess_ShouldAnswerAndGoOfflineWhenKilled)
         return bus_method_call_sync(client_, "other_service", "anything", nullptr, 0, buffer, &length, 1) ==
                BUS_ERR_NO_SERVICE;
     }));
+}
+
+TEST_F(BusTest, ClientFreedByAnotherThread_ShouldLeaveItsCreatorRunning)
+{
+    std::mutex mutex;
+    std::condition_variable changed;
+    bus_client *created = nullptr;
+    bool may_finish = false;
+    bool finished = false;
+    std::thread creator([&] {
+        bus_client *client = bus_client_new("created_elsewhere");
+        bus_connect(client, 0);
+        std::unique_lock<std::mutex> hold(mutex);
+        created = client;
+        changed.notify_all();
+        changed.wait(hold, [&] { return may_finish; });
+        finished = true;
+    });
+    {
+        std::unique_lock<std::mutex> hold(mutex);
+        ASSERT_TRUE(changed.wait_for(hold, 10s, [&] { return created != nullptr; }));
+    }
+    bus_client_free(created);
+    {
+        std::lock_guard<std::mutex> hold(mutex);
+        may_finish = true;
+        changed.notify_all();
+    }
+    creator.join();
+    EXPECT_TRUE(finished) << "the creating thread did not run to its end";
 }
