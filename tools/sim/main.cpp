@@ -5,7 +5,7 @@
 #include <getopt.h>
 #include <pthread.h>
 
-#include "service.h"
+#include "simulator.h"
 #include "sim_protocol.h"
 #include "tulo_log.h"
 #include "vask_bus.h"
@@ -14,7 +14,8 @@ namespace {
 
 const char kUsage[] =
     "usage: external-device-sim [OPTIONS]\n"
-    "Provides the \"external_device\" service on the bus until SIGINT or SIGTERM.\n"
+    "Provides the \"external_device\" service, and its own control service \"external_device_sim\",\n"
+    "on the bus until SIGINT or SIGTERM.\n"
     "\n"
     "  --bus URL      broker address (default: VASK_BUS_URL, else mqtt://127.0.0.1:1883)\n"
     "  --root DIR     system root for the files the service reads (sets VASK_SYSROOT)\n"
@@ -35,18 +36,25 @@ int run()
         fprintf(stderr, "external-device-sim: cannot start the bus library\n");
         return 1;
     }
-    bus_client *client = bus_client_new(vask_sim::kClientName);
-    if (client == nullptr) {
+    bus_client *device = bus_client_new(vask_sim::kClientName);
+    bus_client *control = bus_client_new(vask_sim::kControlClientName);
+    if (device == nullptr || control == nullptr) {
         fprintf(stderr, "external-device-sim: cannot create a bus client\n");
+        bus_client_free(device);
+        bus_client_free(control);
         bus_cleanup();
         return 1;
     }
-    vask_sim::service service(client);
-    bus_service_register(client, vask_sim::kServiceName, vask_sim::service::handle, &service);
-    int rc = bus_connect(client, 0);
+    vask_sim::simulator simulator(device, control);
+    bus_service_register(device, vask_sim::kServiceName, vask_sim::simulator::handle_device, &simulator);
+    bus_service_register(control, vask_sim::kControlService, vask_sim::simulator::handle_control, &simulator);
+    int rc = bus_connect(device, 0);
+    if (rc == BUS_OK)
+        rc = bus_connect(control, 0);
     if (rc != BUS_OK) {
         fprintf(stderr, "external-device-sim: cannot connect to the broker (%d)\n", rc);
-        bus_client_free(client);
+        bus_client_free(device);
+        bus_client_free(control);
         bus_cleanup();
         return 1;
     }
@@ -55,10 +63,12 @@ int run()
 
     int received = 0;
     sigwait(&stop, &received);
-    TULO_LOG_write_newline(0, 2, "external-device-sim", __LINE__, "run", "stopping on signal %d",
-                           received);
-    bus_service_unregister(client, vask_sim::kServiceName);
-    bus_client_free(client);
+    TULO_LOG_write_newline(vask_sim::kLogModule, 2, vask_sim::kLogSource, __LINE__, "run",
+                           "stopping on signal %d", received);
+    bus_service_unregister(control, vask_sim::kControlService);
+    bus_service_unregister(device, vask_sim::kServiceName);
+    bus_client_free(control);
+    bus_client_free(device);
     bus_cleanup();
     return 0;
 }

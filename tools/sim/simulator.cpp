@@ -1,0 +1,121 @@
+#include "simulator.h"
+
+#include <cstring>
+
+#include "sim_protocol.h"
+#include "tulo_log.h"
+
+namespace vask_sim {
+
+std::string reply_text(int code, const std::string &members)
+{
+    return "{\"code\":" + std::to_string(code) + members + "}";
+}
+
+std::string string_member(const cJSON *object, const char *key)
+{
+    const cJSON *item = cJSON_GetObjectItemCaseSensitive(object, key);
+    return cJSON_IsString(item) ? item->valuestring : "";
+}
+
+std::string print(const cJSON *json)
+{
+    char *text = cJSON_PrintUnformatted(json);
+    std::string printed = text != nullptr ? text : "null";
+    cJSON_free(text);
+    return printed;
+}
+
+simulator::simulator(bus_client *device, bus_client *control)
+    : device_(device), control_(control),
+      device_methods_{
+          {"query_voting", &simulator::query_voting},
+          {"enter_voting", &simulator::enter_voting},
+          {"start_voting", &simulator::start_voting},
+          {"stop_voting", &simulator::stop_voting},
+          {"exit_voting", &simulator::exit_voting},
+          {"mic_connection_test", &simulator::mic_connection_test},
+          {"get_mic_connection_state", &simulator::get_mic_connection_state},
+          {"get_microphone_on_list", &simulator::get_microphone_on_list},
+          {"get_ex_rs232_device_list", &simulator::get_ex_rs232_device_list},
+          {"get_imshare_info", &simulator::get_imshare_info},
+          {"set_imshare_info", &simulator::set_imshare_info},
+      },
+      control_methods_{
+          {"press_mic", &simulator::press_mic},
+          {"release_mic", &simulator::release_mic},
+          {"cast_vote", &simulator::cast_vote},
+          {"emit_cam_status", &simulator::emit_cam_status},
+          {"emit_info_change", &simulator::emit_info_change},
+          {"emit_non_list_mic", &simulator::emit_non_list_mic},
+          {"emit", &simulator::emit_any},
+          {"set_reply", &simulator::set_reply},
+          {"clear_reply", &simulator::clear_reply},
+          {"set_state", &simulator::set_state},
+          {"calls", &simulator::calls},
+          {"clear_calls", &simulator::clear_calls},
+      },
+      rs232_list_(cJSON_Parse("[{\"Number\":0,\"Port\":\"ttyS0\",\"Description\":\"RS232 port 1\"},"
+                              "{\"Number\":1,\"Port\":\"ttyUSB0\",\"Description\":\"USB serial adapter\"}]"))
+{
+    // Two groups of eight microphones are listed by default.
+    for (const char *group : {"1", "2"})
+        for (int id = 1; id <= 8; ++id)
+            listed_mics_.insert({group, std::to_string(id)});
+}
+
+int simulator::answer(const std::string &text, char *reply, int capacity)
+{
+    if (static_cast<int>(text.size()) > capacity)
+        return -1;
+    memcpy(reply, text.data(), text.size());
+    return static_cast<int>(text.size());
+}
+
+void simulator::emit(const char *event, const std::string &payload)
+{
+    bus_signal_emit(device_, kServiceName, event, payload.data(), static_cast<int>(payload.size()));
+}
+
+int simulator::handle_device(bus_client *, void *user, const char *method, const char *body, int body_length,
+                             char *reply, int capacity)
+{
+    auto *self = static_cast<simulator *>(user);
+    std::string text(body, static_cast<size_t>(body_length));
+    TULO_LOG_write_newline(kLogModule, 2, kLogSource, __LINE__, "handle", "%s %s", method, text.c_str());
+    json_ptr parsed(cJSON_Parse(text.c_str()));
+    std::lock_guard<std::mutex> hold(self->mutex_);
+    self->calls_.push_back({method, text});
+    auto canned = self->canned_.find(method);
+    if (canned != self->canned_.end())
+        return canned->second.silent ? -1 : answer(canned->second.text, reply, capacity);
+    auto found = self->device_methods_.find(method);
+    if (found == self->device_methods_.end()) {
+        TULO_LOG_write_newline(kLogModule, 1, kLogSource, __LINE__, "handle", "unknown method %s", method);
+        return answer(reply_text(kCodeUnknownMethod), reply, capacity);
+    }
+    return answer((self->*found->second)(parsed.get()), reply, capacity);
+}
+
+int simulator::handle_control(bus_client *, void *user, const char *method, const char *body, int body_length,
+                              char *reply, int capacity)
+{
+    auto *self = static_cast<simulator *>(user);
+    json_ptr parsed(cJSON_Parse(std::string(body, static_cast<size_t>(body_length)).c_str()));
+    std::lock_guard<std::mutex> hold(self->mutex_);
+    auto found = self->control_methods_.find(method);
+    if (found == self->control_methods_.end())
+        return answer(reply_text(kCodeUnknownMethod), reply, capacity);
+    return answer((self->*found->second)(parsed.get()), reply, capacity);
+}
+
+std::string simulator::mic_event_payload(const mic &m, bool on) const
+{
+    json_ptr payload(cJSON_CreateObject());
+    cJSON_AddStringToObject(payload.get(), "Group", m.first.c_str());
+    cJSON_AddStringToObject(payload.get(), "Id", m.second.c_str());
+    cJSON_AddBoolToObject(payload.get(), "On", on);
+    return print(payload.get());
+}
+
+} // namespace vask_sim

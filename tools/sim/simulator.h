@@ -1,0 +1,104 @@
+// The simulated box: the state behind the "external_device" service and the control service.
+#ifndef VASK_SIM_SIMULATOR_H
+#define VASK_SIM_SIMULATOR_H
+
+#include <cjson/cJSON.h>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "vask_bus.h"
+#include "voting.h"
+
+namespace vask_sim {
+
+struct json_deleter {
+    void operator()(cJSON *json) const { cJSON_Delete(json); }
+};
+using json_ptr = std::unique_ptr<cJSON, json_deleter>;
+
+// The text of a reply: {"code":N} followed by `members` (already printed, each ",\"key\":value").
+std::string reply_text(int code, const std::string &members = std::string());
+// The string member `key` of `object`, or "" when absent or not a string.
+std::string string_member(const cJSON *object, const char *key);
+// `json` printed unformatted.
+std::string print(const cJSON *json);
+
+class simulator {
+public:
+    // `device` provides "external_device" and emits its signals; `control` provides the control service.
+    simulator(bus_client *device, bus_client *control);
+
+    static int handle_device(bus_client *, void *user, const char *method, const char *body, int body_length,
+                             char *reply, int capacity);
+    static int handle_control(bus_client *, void *user, const char *method, const char *body, int body_length,
+                              char *reply, int capacity);
+
+private:
+    using method = std::string (simulator::*)(const cJSON *body);
+    struct call {
+        std::string method;
+        std::string body;
+    };
+    struct canned {
+        bool silent = false;
+        std::string text;
+    };
+    using mic = std::pair<std::string, std::string>; // group, id
+
+    static int answer(const std::string &text, char *reply, int capacity);
+    void emit(const char *event, const std::string &payload);
+
+    // The box's service.
+    std::string query_voting(const cJSON *);
+    std::string enter_voting(const cJSON *);
+    std::string start_voting(const cJSON *);
+    std::string stop_voting(const cJSON *);
+    std::string exit_voting(const cJSON *);
+    std::string voting_step(int (vote::*step)(), bool with_results);
+    std::string mic_connection_test(const cJSON *body);
+    std::string get_mic_connection_state(const cJSON *);
+    std::string get_microphone_on_list(const cJSON *);
+    std::string get_ex_rs232_device_list(const cJSON *);
+    std::string get_imshare_info(const cJSON *);
+    std::string set_imshare_info(const cJSON *body);
+
+    // The control service.
+    std::string press_mic(const cJSON *body);
+    std::string release_mic(const cJSON *body);
+    std::string cast_vote(const cJSON *body);
+    std::string emit_cam_status(const cJSON *body);
+    std::string emit_info_change(const cJSON *body);
+    std::string emit_non_list_mic(const cJSON *body);
+    std::string emit_any(const cJSON *body);
+    std::string set_reply(const cJSON *body);
+    std::string clear_reply(const cJSON *body);
+    std::string set_state(const cJSON *body);
+    std::string calls(const cJSON *body);
+    std::string clear_calls(const cJSON *);
+
+    std::string mic_event_payload(const mic &m, bool on) const;
+
+    bus_client *device_;
+    bus_client *control_;
+    const std::map<std::string, method> device_methods_;
+    const std::map<std::string, method> control_methods_;
+
+    std::mutex mutex_; // guards everything below; both services' handlers take it
+    vote vote_;
+    int isconnect_ = 0;
+    bool hid_ = false;
+    json_ptr rs232_list_;
+    std::set<mic> listed_mics_;
+    std::vector<mic> mics_on_; // in the order they went on
+    std::map<std::string, canned> canned_;
+    std::vector<call> calls_;
+};
+
+} // namespace vask_sim
+
+#endif
