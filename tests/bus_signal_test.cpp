@@ -217,3 +217,45 @@ TEST_F(BusSignalTest, SubscriptionMadeBeforeConnecting_ShouldBeMadeOnConnect)
     EXPECT_EQ(recorder_.signals[0].client, late);
     bus_client_free(late);
 }
+
+TEST_F(BusSignalTest, Unsubscribe_ShouldLeaveSignalsOfOtherEventsAlone)
+{
+    static std::mutex gate_mutex;
+    static std::condition_variable gate;
+    static bool entered = false, may_leave = false;
+    ASSERT_EQ(bus_signal_subscribe(client_, "external_device", "busy",
+                                   [](bus_client *, void *, const char *, const void *, int) {
+                                       std::unique_lock<std::mutex> hold(gate_mutex);
+                                       entered = true;
+                                       gate.notify_all();
+                                       gate.wait(hold, [] { return may_leave; });
+                                   }),
+              BUS_OK);
+    // "ev" is a prefix of "ev2": unsubscribing the one must not touch the other.
+    ASSERT_EQ(bus_signal_subscribe(client_, "external_device", "ev", record), BUS_OK);
+    ASSERT_EQ(bus_signal_subscribe(client_, "external_device", "ev2", record), BUS_OK);
+    ASSERT_EQ(emit("busy", "{}"), BUS_OK);
+    {
+        std::unique_lock<std::mutex> hold(gate_mutex);
+        ASSERT_TRUE(gate.wait_for(hold, 10s, [] { return entered; }));
+    }
+    for (int i = 0; i < 3; ++i)
+        ASSERT_EQ(emit("ev2", std::to_string(i)), BUS_OK);
+    // The reply comes from the emitting service after its signals, so they are queued by now.
+    ASSERT_EQ(call("echo", "{}"), BUS_OK);
+    std::atomic<bool> returned{false};
+    std::thread unsubscriber([&] {
+        EXPECT_EQ(bus_signal_unsubscribe(client_, "external_device", "ev"), BUS_OK);
+        returned = true;
+    });
+    EXPECT_TRUE(vask_test::eventually([&] { return returned.load(); }))
+        << "unsubscribing ev waited for the handler of another signal";
+    {
+        std::lock_guard<std::mutex> hold(gate_mutex);
+        may_leave = true;
+        gate.notify_all();
+    }
+    unsubscriber.join();
+    ASSERT_TRUE(vask_test::eventually([&] { return recorder_.count() == 3; }));
+    EXPECT_EQ(recorder_.signals[2].topic, "external_device/signal/ev2");
+}

@@ -121,11 +121,22 @@ int subscribe_locked(bus_client *client, const std::string &topic, int qos);
 // disconnects, or `deadline` passes.
 void wait_for_acks(bus_client *client, std::unique_lock<std::mutex> &lock, steady::time_point deadline);
 
-// Waits until a handler that runs for `topic` (or any handler when `topic` is empty) has returned.
-void wait_for_handler(bus_client *client, std::unique_lock<std::mutex> &lock, const std::string &topic);
+// Which queued items or running handler a teardown concerns: one signal's exact topic, or every
+// topic under a prefix ("S/method/" for a service), or everything (an empty prefix).
+struct topic_match {
+    std::string text;
+    bool prefix;
+    bool operator()(const std::string &topic) const
+    {
+        return prefix ? topic.compare(0, text.size(), text) == 0 : topic == text;
+    }
+};
 
-// Removes queued items whose topic starts with `prefix`.
-void drop_queued(bus_client *client, const std::string &prefix);
+// Waits until a running handler whose topic matches has returned.
+void wait_for_handler(bus_client *client, std::unique_lock<std::mutex> &lock, const topic_match &match);
+
+// Removes the queued items whose topic matches.
+void drop_queued(bus_client *client, const topic_match &match);
 
 void publish_presence(bus_client *client, const std::string &service, bool online);
 

@@ -341,7 +341,7 @@ extern "C" int bus_disconnect(bus_client *client)
     client->connected = false;
     fail_pending_calls(client, BUS_ERR_FAILED);
     client->queue.clear();
-    wait_for_handler(client, lock, std::string());
+    wait_for_handler(client, lock, topic_match{std::string(), true});
     return BUS_OK;
 }
 

@@ -106,20 +106,18 @@ void dispatch_main(bus_client *client)
     }
 }
 
-void wait_for_handler(bus_client *client, std::unique_lock<std::mutex> &lock, const std::string &topic)
+void wait_for_handler(bus_client *client, std::unique_lock<std::mutex> &lock, const topic_match &match)
 {
-    if (!client->handler_running)
-        return;
-    if (!topic.empty() && client->running_topic.compare(0, topic.size(), topic) != 0)
+    if (!client->handler_running || !match(client->running_topic))
         return;
     uint64_t running = client->handlers_finished;
     client->handler_done.wait(lock, [client, running] { return client->handlers_finished != running; });
 }
 
-void drop_queued(bus_client *client, const std::string &prefix)
+void drop_queued(bus_client *client, const topic_match &match)
 {
     for (auto it = client->queue.begin(); it != client->queue.end();) {
-        if (it->topic.compare(0, prefix.size(), prefix) == 0)
+        if (match(it->topic))
             it = client->queue.erase(it);
         else
             ++it;

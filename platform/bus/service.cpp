@@ -58,8 +58,8 @@ extern "C" int bus_service_unregister(bus_client *client, const char *service)
         client->will_service.clear();
         mosquitto_will_clear(client->mosq);
     }
-    std::string prefix = std::string(service) + "/method/";
-    drop_queued(client, prefix);
-    wait_for_handler(client, lock, prefix);
+    const topic_match requests{method_topic(service, ""), true};
+    drop_queued(client, requests);
+    wait_for_handler(client, lock, requests);
     return BUS_OK;
 }

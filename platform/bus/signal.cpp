@@ -33,8 +33,9 @@ extern "C" int bus_signal_unsubscribe(bus_client *client, const char *service, c
         return BUS_OK;
     if (client->connected)
         mosquitto_unsubscribe_v5(client->mosq, nullptr, topic.c_str(), nullptr);
-    drop_queued(client, topic);
-    wait_for_handler(client, lock, topic);
+    const topic_match exact{topic, false};
+    drop_queued(client, exact);
+    wait_for_handler(client, lock, exact);
     return BUS_OK;
 }
 
