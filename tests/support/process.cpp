@@ -7,7 +7,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -43,13 +43,6 @@ bool child_process::start(const std::vector<std::string> &argv, const std::vecto
     int pipe_fds[2];
     if (pipe2(pipe_fds, O_CLOEXEC) != 0)
         return false;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, pipe_fds[1], STDOUT_FILENO);
-    if (!stderr_file.empty())
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, stderr_file.c_str(),
-                                         O_WRONLY | O_CREAT | O_APPEND, 0644);
-
     std::vector<std::string> env_strings;
     for (char **e = environ; *e != nullptr; ++e)
         env_strings.emplace_back(*e);
@@ -68,12 +61,26 @@ bool child_process::start(const std::vector<std::string> &argv, const std::vecto
     for (std::string &s : args)
         arg_ptrs.push_back(&s[0]);
     arg_ptrs.push_back(nullptr);
+    pid_t parent = getpid();
 
-    pid_t pid = -1;
-    int rc = posix_spawn(&pid, arg_ptrs[0], &actions, nullptr, arg_ptrs.data(), env.data());
-    posix_spawn_file_actions_destroy(&actions);
+    pid_t pid = fork();
+    if (pid == 0) {
+        // Only async-signal-safe calls until exec. A test that crashes must not leave its broker or
+        // simulator running: the child dies with the parent.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent)
+            _exit(127);
+        dup2(pipe_fds[1], STDOUT_FILENO);
+        if (!stderr_file.empty()) {
+            int err = open(stderr_file.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+            if (err >= 0)
+                dup2(err, STDERR_FILENO);
+        }
+        execve(arg_ptrs[0], arg_ptrs.data(), env.data());
+        _exit(127);
+    }
     close(pipe_fds[1]);
-    if (rc != 0) {
+    if (pid < 0) {
         close(pipe_fds[0]);
         return false;
     }
