@@ -406,4 +406,23 @@ ED_API int String_To_HexArray(const std::string &hex, unsigned char *out, int *c
  * null while n >= 1. */
 ED_API int TuloRS232Cmd_To_String(const char *bytes, std::string *out, int n);
 
+/* ---- Mic central, RS232 device list and image share ---------------------------------------- */
+/* (service operations of the mic central, the RS232 device list and image share go here) */
+
+/* ---- Configuration store and control devices --------------------------------------------- */
+
+/* One control device (the mic central, the media station, the projector, external control), as
+ * stored in /etc/external_device.json. */
+struct external_protocol_info {
+    bool enable;             /* the device is enabled */
+    int32_t protocol;        /* number of the protocol table; -1: reading failed or name unknown */
+    std::string ip_address;  /* device address, for TCP protocols */
+    std::string username;    /* login name, for TCP protocols */
+    std::string password;    /* login password, for TCP protocols */
+    std::string baud_rate;   /* serial speed as decimal text, for the "rs232" protocol */
+    std::string port;        /* TCP port as text */
+};
+
+/* (configuration files, protocol table, control devices and their operations go here) */
+
 #endif
