@@ -407,7 +407,59 @@ ED_API int String_To_HexArray(const std::string &hex, unsigned char *out, int *c
 ED_API int TuloRS232Cmd_To_String(const char *bytes, std::string *out, int n);
 
 /* ---- Mic central, RS232 device list and image share ---------------------------------------- */
-/* (service operations of the mic central, the RS232 device list and image share go here) */
+
+/* One microphone of the mic-on list. */
+struct mic_node {
+    std::string group; /* "Group"; empty when missing or not a string */
+    std::string id;    /* "ID"; empty when missing or not a string */
+    bool on;           /* "On": true when its integer value is non-zero, and when it is missing */
+};
+
+/* One RS232 serial device the service sees. */
+struct external_rs232_info {
+    int number;              /* "Number"; -1 when missing */
+    std::string port;        /* "Port"; empty when missing or not a string */
+    std::string description; /* "Description"; empty when missing or not a string */
+};
+
+/* The image-share setting the service keeps. */
+struct imshare_info {
+    bool hid; /* "hid" */
+};
+
+struct external_protocol_info; /* below, with the configuration store */
+
+/* Asks the service to test a connection to the mic central with `info`'s protocol, ip_address,
+ * username and password ("mic_connection_test" with
+ * {"parameters":{"tcp":{"ip_address":..,"username":..,"password":..}},"protocol":N}); the other
+ * fields are not sent. Logs its name, then the request, at level 2. Returns the call's result
+ * (0, -1 to -4); -1 when the request cannot be built. */
+ED_API int ed_mic_central_connection_test(const external_protocol_info &info);
+
+/* Reads whether the mic central is connected ("get_mic_connection_state"): on success `*state` is the
+ * reply's "isconnect" (0 when the reply lacks it). Logs its name at level 2. Returns 0, -1 to -4
+ * (`*state` untouched on failure), -1 for a null `state`. */
+ED_API int ed_get_mic_central_connection_state(int *state);
+
+/* Appends the microphones that are on ("get_microphone_on_list", reply member "mic_on_list") to
+ * `*list`, in the service's order, after the entries already there (the list is not cleared). A
+ * reply without the list appends nothing. Returns 0, -1 to -4 (list untouched on failure), -1 for a
+ * null `list`. */
+ED_API int ed_get_mic_on_list(std::vector<mic_node> *list);
+
+/* Appends the RS232 devices the service sees ("get_ex_rs232_device_list", reply member
+ * "rs232_list") to `*list`, after the entries already there. A reply without the list appends
+ * nothing. Returns 0, -1 to -4 (list untouched on failure), -1 for a null `list`. */
+ED_API int ed_get_external_rs232_device_list(std::vector<external_rs232_info> *list);
+
+/* Reads the image-share flag ("get_imshare_info"): on success info->hid is whether the reply's "hid"
+ * is true or a non-zero number. Logs its name at level 2. Returns 0, -1 to -4 (`info` untouched on
+ * failure), -1 for a null `info`. */
+ED_API int ed_get_imshare_info(imshare_info *info);
+
+/* Sets the image-share flag ("set_imshare_info" with {"hid":true|false}). Logs its name at level 2.
+ * Returns the call's result (0, -1 to -4); -1 when the request cannot be built. */
+ED_API int ed_set_imshare_info(imshare_info info);
 
 /* ---- Configuration store and control devices --------------------------------------------- */
 

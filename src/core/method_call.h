@@ -3,6 +3,7 @@
 #define VASK_ED_CORE_METHOD_CALL_H
 
 #include <cjson/cJSON.h>
+#include <memory>
 
 namespace vask_ed {
 
@@ -15,6 +16,19 @@ int ed_method_call(const char *method, cJSON *request, cJSON **reply);
 
 // The library result of a service or bus code.
 int map_service_code(int code);
+
+// Calls `method` with `request` and, when the call succeeds, hands the reply document (null when the
+// reply was empty or not JSON) to `read`. The reply is freed on every path. Returns the call's result.
+template <typename Read>
+int call_reading_reply(const char *method, cJSON *request, Read read)
+{
+    cJSON *reply = nullptr;
+    int result = ed_method_call(method, request, &reply);
+    std::unique_ptr<cJSON, void (*)(cJSON *)> owned(reply, cJSON_Delete);
+    if (result == 0)
+        read(static_cast<const cJSON *>(owned.get()));
+    return result;
+}
 
 } // namespace vask_ed
 

@@ -32,14 +32,6 @@ bool has_all_keys(const cJSON *object, const int_field<Record> (&fields)[N])
     return true;
 }
 
-// A member that is not a JSON string reads as empty rather than through a null valuestring.
-std::string string_value(const cJSON *item)
-{
-    if (cJSON_IsString(item) && item->valuestring != nullptr)
-        return item->valuestring;
-    return std::string();
-}
-
 // "Group", "Id" and "On", shared by the microphone and camera records.
 template <typename Record>
 void read_group_id_on(const cJSON *object, Record &record)

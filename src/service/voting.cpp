@@ -16,12 +16,11 @@ const int_field<ed_voting_info> kVotingFields[] = {
 // "voting_results" object.
 int call_voting(const char *method, ed_voting_info *info)
 {
-    cJSON *reply = nullptr;
-    int result = ed_method_call(method, nullptr, info != nullptr ? &reply : nullptr);
-    json_ptr document(reply);
-    if (result == 0 && info != nullptr)
-        read_int_fields(cJSON_GetObjectItem(document.get(), "voting_results"), kVotingFields, *info);
-    return result;
+    if (info == nullptr)
+        return ed_method_call(method, nullptr, nullptr);
+    return call_reading_reply(method, nullptr, [info](const cJSON *reply) {
+        read_int_fields(cJSON_GetObjectItem(reply, "voting_results"), kVotingFields, *info);
+    });
 }
 
 } // namespace
