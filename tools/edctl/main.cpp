@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "commands.h"
-#include "libvask_external_device.h"
 
 namespace edctl {
 namespace {
@@ -29,7 +28,7 @@ void print_usage(FILE *out)
 {
     fputs(kUsageHead, out);
     for (const command &c : commands())
-        fprintf(out, "  %-10s %s\n", c.name, c.summary);
+        fprintf(out, "  %-8s %s\n", c.name, c.summary);
     fputs("\nExit status: 0 success, 1 the operation failed, 2 usage error.\n", out);
 }
 
