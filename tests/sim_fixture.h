@@ -25,7 +25,7 @@ protected:
         setenv("VASK_BUS_URL", broker_->url().c_str(), 1);
         setenv("VASK_SYSROOT", root_.path().c_str(), 1);
         env_ = {"VASK_BUS_URL=" + broker_->url(), "VASK_SYSROOT=" + root_.path()};
-        ASSERT_TRUE(sim_.start({VASK_SIM}, env_, root_.path() + "/sim.log"));
+        ASSERT_TRUE(sim_.start({VASK_SIM, "--foreground"}, env_, root_.path() + "/sim.log"));
         ASSERT_TRUE(sim_.wait_for_line(vask_sim::kReadyLine, std::chrono::seconds(10)));
         ASSERT_EQ(bus_init(), BUS_OK);
         control_ = bus_client_new("sim_test_control");

@@ -1,4 +1,5 @@
 #include <csignal>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <sys/wait.h>
@@ -10,13 +11,28 @@ using namespace std::chrono_literals;
 using vask_test::run_program;
 using vask_test::run_result;
 
+namespace {
+
+// Ended: no such process, or one that only waits to be reaped by whoever adopted it.
+bool gone(pid_t pid)
+{
+    if (kill(pid, 0) != 0)
+        return true;
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string pid_text, name, state;
+    stat >> pid_text >> name >> state;
+    return state == "Z";
+}
+
+} // namespace
+
 class ToolsTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
         broker_ = std::make_unique<vask_test::broker>();
         env_ = {"VASK_BUS_URL=" + broker_->url(), "VASK_SYSROOT=" + root_.path()};
-        ASSERT_TRUE(sim_.start({VASK_SIM}, env_, root_.path() + "/sim.log"));
+        ASSERT_TRUE(sim_.start({VASK_SIM, "--foreground"}, env_, root_.path() + "/sim.log"));
         ASSERT_TRUE(sim_.wait_for_line("external-device-sim: ready", 10s));
     }
 
@@ -137,4 +153,28 @@ TEST_F(ToolsTest, SimulatorHelp_ShouldExitZero)
     EXPECT_EQ(r.exit_code, 0);
     EXPECT_NE(r.out.find("usage: external-device-sim [OPTIONS]"), std::string::npos);
     EXPECT_EQ(run_program({VASK_SIM, "--bogus"}).exit_code, 2);
+}
+
+TEST_F(ToolsTest, SimulatorWithoutForeground_ShouldDetachOnceReady)
+{
+    // The fixture's simulator goes first, so that the detached one is the only provider.
+    sim_.stop(SIGTERM);
+    auto started = run_program({VASK_SIM}, env_);
+    ASSERT_EQ(started.exit_code, 0);
+    ASSERT_EQ(started.out.rfind("external-device-sim: ready\nexternal-device-sim: pid ", 0), 0u) << started.out;
+    pid_t pid = std::stoi(started.out.substr(started.out.rfind(' ') + 1));
+    ASSERT_GT(pid, 1);
+    EXPECT_EQ(edctl({"voting", "get"}).exit_code, 0);
+    ASSERT_EQ(kill(pid, SIGTERM), 0);
+    EXPECT_TRUE(vask_test::eventually([&] { return gone(pid); }));
+    auto r = edctl({"voting", "get"});
+    EXPECT_EQ(r.err, "edctl: voting get failed: -3 (the external_device service is offline)\n");
+}
+
+TEST_F(ToolsTest, SimulatorWithoutABroker_ShouldFailToStart)
+{
+    auto r = run_program({VASK_SIM, "--bus", "mqtt://127.0.0.1:1"}, env_);
+    EXPECT_EQ(r.exit_code, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find("external-device-sim: cannot connect to the broker"), std::string::npos) << r.err;
 }

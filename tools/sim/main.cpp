@@ -3,7 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <getopt.h>
+#include <fcntl.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include "simulator.h"
 #include "sim_protocol.h"
@@ -19,12 +21,67 @@ const char kUsage[] =
     "\n"
     "  --bus URL      broker address (default: VASK_BUS_URL, else mqtt://127.0.0.1:1883)\n"
     "  --root DIR     system root for the files the service reads (sets VASK_SYSROOT)\n"
+    "  --foreground   stay in the foreground; without it the simulator detaches once it is ready,\n"
+    "                 printing the ready line and \"external-device-sim: pid N\"\n"
     "  --verbose      log every call\n"
     "  --help         show this help\n"
     "  --version      show the version\n";
 
-int run()
+// Detaches into a new session. The parent waits until the child reports that it is ready (or gave
+// up), prints the ready line and the child's pid, and exits; the child goes on and returns the
+// descriptor it reports on. Called before any thread exists.
+int detach()
 {
+    int ready[2];
+    if (pipe2(ready, O_CLOEXEC) != 0)
+        return -1;
+    pid_t child = fork();
+    if (child < 0)
+        return -1;
+    if (child > 0) {
+        close(ready[1]);
+        char state = 0;
+        ssize_t n = read(ready[0], &state, 1);
+        if (n != 1 || state != 'r')
+            _exit(1);
+        printf("%s\nexternal-device-sim: pid %d\n", vask_sim::kReadyLine, static_cast<int>(child));
+        fflush(stdout);
+        _exit(0);
+    }
+    close(ready[0]);
+    setsid();
+    if (chdir("/") != 0)
+        _exit(1);
+    return ready[1];
+}
+
+// Tells whoever started the simulator that it is ready: the ready line in the foreground, a byte to
+// the waiting parent when detached (whose standard output is then let go).
+void announce_ready(int detached_fd)
+{
+    if (detached_fd < 0) {
+        printf("%s\n", vask_sim::kReadyLine);
+        fflush(stdout);
+        return;
+    }
+    int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (null >= 0) {
+        dup2(null, STDIN_FILENO);
+        dup2(null, STDOUT_FILENO);
+        close(null);
+    }
+    ssize_t ignored = write(detached_fd, "r", 1);
+    (void)ignored;
+    close(detached_fd);
+}
+
+int run(bool foreground)
+{
+    int detached_fd = -1;
+    if (!foreground && (detached_fd = detach()) < 0) {
+        fprintf(stderr, "external-device-sim: cannot detach\n");
+        return 1;
+    }
     // Block the stop signals before any thread starts, and wait for them on this thread.
     sigset_t stop;
     sigemptyset(&stop);
@@ -58,8 +115,7 @@ int run()
         bus_cleanup();
         return 1;
     }
-    printf("%s\n", vask_sim::kReadyLine);
-    fflush(stdout);
+    announce_ready(detached_fd);
 
     int received = 0;
     sigwait(&stop, &received);
@@ -79,15 +135,18 @@ int main(int argc, char **argv)
 {
     static const option options[] = {
         {"bus", required_argument, nullptr, 'b'},   {"root", required_argument, nullptr, 'r'},
-        {"verbose", no_argument, nullptr, 'v'},     {"help", no_argument, nullptr, 'h'},
+        {"verbose", no_argument, nullptr, 'v'},     {"foreground", no_argument, nullptr, 'f'},
+        {"help", no_argument, nullptr, 'h'},
         {"version", no_argument, nullptr, 'V'},     {nullptr, 0, nullptr, 0},
     };
+    bool foreground = false;
     int opt;
     while ((opt = getopt_long(argc, argv, "", options, nullptr)) != -1) {
         switch (opt) {
         case 'b': setenv("VASK_BUS_URL", optarg, 1); break;
         case 'r': setenv("VASK_SYSROOT", optarg, 1); break;
         case 'v': TULO_LOG_set_level(2); break;
+        case 'f': foreground = true; break;
         case 'h': fputs(kUsage, stdout); return 0;
         case 'V': printf("external-device-sim %s\n", VASK_VERSION); return 0;
         default: fprintf(stderr, "try 'external-device-sim --help'\n"); return 2;
@@ -98,5 +157,5 @@ int main(int argc, char **argv)
                 argv[optind]);
         return 2;
     }
-    return run();
+    return run(foreground);
 }
