@@ -164,3 +164,32 @@ TEST_F(BusTest, InitAndCleanup_ShouldBeReferenceCounted)
     EXPECT_NE(another, nullptr);
     bus_client_free(another);
 }
+
+TEST_F(BusTest, BrokerKilledDuringABurstOfCalls_ShouldEndEveryCallWithinItsTimeout)
+{
+    std::atomic<bool> stop{false};
+    std::atomic<int> ok{0}, failed{0}, late{0};
+    std::vector<std::thread> callers;
+    for (int t = 0; t < 4; ++t) {
+        callers.emplace_back([&] {
+            while (!stop) {
+                auto start = std::chrono::steady_clock::now();
+                int rc = call("echo", "{\"burst\":true}", nullptr, 2);
+                if (std::chrono::steady_clock::now() - start > 3s)
+                    ++late;
+                (rc == BUS_OK ? ok : failed)++;
+            }
+        });
+    }
+    ASSERT_TRUE(vask_test::eventually([&] { return ok.load() > 100; }));
+    broker_->kill();
+    ASSERT_TRUE(vask_test::eventually([&] { return failed.load() > 100; }));
+    ASSERT_TRUE(broker_->restart());
+    // Back without anything done by the application.
+    int before = ok.load();
+    EXPECT_TRUE(vask_test::eventually([&] { return ok.load() > before + 100; }, 30s));
+    stop = true;
+    for (auto &caller : callers)
+        caller.join();
+    EXPECT_EQ(late.load(), 0) << "calls took longer than their timeout plus 1 s";
+}
