@@ -63,7 +63,8 @@ struct broker_address {
 struct bus_client {
     std::string name;
     std::string client_id;
-    std::string reply_topic;
+    std::string reply_topic; // as on the wire, namespace included
+    std::string wire_prefix; // "<namespace>/" or empty: what every topic is prefixed with
     mosquitto *mosq = nullptr;
 
     // Everything below is guarded by `mutex`.
@@ -109,6 +110,15 @@ bool valid_name(const char *name);
 std::string signal_topic(const std::string &service, const std::string &event);
 std::string method_topic(const std::string &service, const std::string &method);
 std::string state_topic(const std::string &service);
+
+// The topic as published and subscribed: the client's namespace in front of `topic`.
+inline std::string wire(const bus_client *client, const std::string &topic)
+{
+    return client->wire_prefix + topic;
+}
+
+// Checks VASK_BUS_NAMESPACE: empty, or topic levels without wildcards, not starting or ending with '/'.
+bool valid_namespace(const char *ns);
 
 // Parses VASK_BUS_URL; false for a malformed URL.
 bool parse_broker_url(const char *url, broker_address *out);

@@ -58,7 +58,7 @@ extern "C" int bus_method_call_sync(bus_client *client, const char *service, con
         timeout_s > kMaxTimeoutS)
         return BUS_ERR_INVALID;
 
-    std::string topic = method_topic(service, method);
+    std::string topic = wire(client, method_topic(service, method));
     pending_call call;
     call.reply = reply;
     call.reply_length = reply_length;

@@ -54,7 +54,7 @@ void on_connect(mosquitto *, void *obj, int rc, int, const mosquitto_property *)
     // acknowledgement, ahead of the acknowledgements of the later subscriptions, so once
     // bus_connect has seen every acknowledgement the client knows which services are offline.
     subscribe_locked(client, "+/state", kQosRequest);
-    subscribe_locked(client, client->reply_topic, kQosRequest);
+    subscribe_locked(client, "bus/reply/" + client->client_id, kQosRequest);
     for (const auto &entry : client->signals)
         subscribe_locked(client, entry.first, kQosSignal);
     for (const auto &entry : client->services)
@@ -182,7 +182,7 @@ bool client_is_live(const bus_client *client)
 int subscribe_locked(bus_client *client, const std::string &topic, int qos)
 {
     int mid = 0;
-    int rc = mosquitto_subscribe_v5(client->mosq, &mid, topic.c_str(), qos, 0, nullptr);
+    int rc = mosquitto_subscribe_v5(client->mosq, &mid, wire(client, topic).c_str(), qos, 0, nullptr);
     if (rc == MOSQ_ERR_SUCCESS)
         client->unacked_subscriptions.insert(mid);
     return rc;
@@ -199,7 +199,7 @@ void publish_presence(bus_client *client, const std::string &service, bool onlin
 {
     const char *text = online ? "online" : "offline";
     int mid = 0;
-    if (mosquitto_publish_v5(client->mosq, &mid, state_topic(service).c_str(),
+    if (mosquitto_publish_v5(client->mosq, &mid, wire(client, state_topic(service)).c_str(),
                              static_cast<int>(strlen(text)), text, kQosSignal, true,
                              nullptr) == MOSQ_ERR_SUCCESS &&
         !online)
@@ -255,7 +255,16 @@ extern "C" bus_client *bus_client_new(const char *name)
         snprintf(suffix, sizeof suffix, "-%d-%08x", static_cast<int>(getpid()),
                  static_cast<unsigned>(client->random() & 0xffffffffu));
         client->client_id = client->name + suffix;
-        client->reply_topic = "bus/reply/" + client->client_id;
+        const char *ns = secure_getenv("VASK_BUS_NAMESPACE");
+        if (!valid_namespace(ns)) {
+            TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "bus_client_new",
+                                   "bad topic namespace VASK_BUS_NAMESPACE=%s", ns);
+            delete client;
+            return nullptr;
+        }
+        if (ns != nullptr && *ns != '\0')
+            client->wire_prefix = std::string(ns) + "/";
+        client->reply_topic = wire(client, "bus/reply/" + client->client_id);
         client->mosq = mosquitto_new(client->client_id.c_str(), false, client);
         if (client->mosq == nullptr) {
             delete client;

@@ -76,15 +76,19 @@ void fail_pending_calls(bus_client *client, int result)
     client->calls.clear();
 }
 
-void on_message(mosquitto *, void *obj, const mosquitto_message *message,
-                const mosquitto_property *properties)
+namespace {
+
+void route_message(bus_client *client, const mosquitto_message *message, const mosquitto_property *properties)
 {
-    auto *client = static_cast<bus_client *>(obj);
     std::string topic = message->topic;
     if (topic == client->reply_topic) {
         deliver_reply(client, message, properties);
         return;
     }
+    // Handlers and tables know topics without the namespace.
+    if (topic.compare(0, client->wire_prefix.size(), client->wire_prefix) != 0)
+        return;
+    topic.erase(0, client->wire_prefix.size());
     if (ends_with(topic, "/state") && topic.find('/') == topic.size() - strlen("/state")) {
         record_presence(client, topic, message);
         return;
@@ -112,6 +116,17 @@ void on_message(mosquitto *, void *obj, const mosquitto_message *message,
     std::lock_guard<std::mutex> hold(client->mutex);
     client->queue.push_back(std::move(item));
     client->queue_changed.notify_one();
+}
+
+} // namespace
+
+void on_message(mosquitto *, void *obj, const mosquitto_message *message, const mosquitto_property *properties)
+{
+    try {
+        route_message(static_cast<bus_client *>(obj), message, properties);
+    } catch (const std::exception &) {
+        // Out of memory while copying a message: it is lost, the network thread carries on.
+    }
 }
 
 } // namespace vask_bus

@@ -14,6 +14,15 @@ bool valid_name(const char *name)
     return strpbrk(name, "/+#") == nullptr && strlen(name) <= 256;
 }
 
+bool valid_namespace(const char *ns)
+{
+    if (ns == nullptr || *ns == '\0')
+        return true;
+    size_t length = strlen(ns);
+    return length <= 128 && strpbrk(ns, "+#") == nullptr && ns[0] != '/' && ns[length - 1] != '/' &&
+           strstr(ns, "//") == nullptr;
+}
+
 std::string signal_topic(const std::string &service, const std::string &event)
 {
     return service + "/signal/" + event;

@@ -20,7 +20,7 @@ extern "C" int bus_service_register(bus_client *client, const char *service,
     if (client->will_service.empty()) {
         client->will_service = service;
         static const char offline[] = "offline";
-        mosquitto_will_set_v5(client->mosq, state_topic(service).c_str(),
+        mosquitto_will_set_v5(client->mosq, wire(client, state_topic(service)).c_str(),
                               static_cast<int>(strlen(offline)), offline, kQosSignal, true, nullptr);
         if (client->connected) {
             // A will only takes effect with a new connection; on_connect then subscribes and
@@ -52,7 +52,7 @@ extern "C" int bus_service_unregister(bus_client *client, const char *service)
     if (client->services.erase(service) == 0)
         return BUS_ERR_INVALID;
     if (client->connected)
-        mosquitto_unsubscribe_v5(client->mosq, nullptr, method_topic(service, "+").c_str(), nullptr);
+        mosquitto_unsubscribe_v5(client->mosq, nullptr, wire(client, method_topic(service, "+")).c_str(), nullptr);
     announce_offline(client, lock, {service});
     if (client->will_service == service) {
         client->will_service.clear();

@@ -32,7 +32,7 @@ extern "C" int bus_signal_unsubscribe(bus_client *client, const char *service, c
     if (client->signals.erase(topic) == 0)
         return BUS_OK;
     if (client->connected)
-        mosquitto_unsubscribe_v5(client->mosq, nullptr, topic.c_str(), nullptr);
+        mosquitto_unsubscribe_v5(client->mosq, nullptr, wire(client, topic).c_str(), nullptr);
     const topic_match exact{topic, false};
     drop_queued(client, exact);
     wait_for_handler(client, lock, exact);
@@ -51,7 +51,7 @@ extern "C" int bus_signal_emit(bus_client *client, const char *service, const ch
         if (!client->connected)
             return BUS_ERR_FAILED;
     }
-    int rc = mosquitto_publish_v5(client->mosq, nullptr, signal_topic(service, event).c_str(), length,
+    int rc = mosquitto_publish_v5(client->mosq, nullptr, wire(client, signal_topic(service, event)).c_str(), length,
                                   payload, kQosSignal, false, nullptr);
     return rc == MOSQ_ERR_SUCCESS ? BUS_OK : BUS_ERR_FAILED;
 }

@@ -23,6 +23,9 @@
  *
  * Connection: the broker is named by VASK_BUS_URL ("mqtt://host:port" or "mqtts://host:port" for TLS;
  * default mqtt://127.0.0.1:1883), with VASK_BUS_USERNAME / VASK_BUS_PASSWORD and VASK_BUS_CAFILE.
+ * VASK_BUS_NAMESPACE (read by bus_client_new), when set, is put in front of every topic of the client
+ * ("room12/external_device/method/M", reply topics and presence included), so that the boxes of
+ * many rooms share one broker without seeing each other; handlers still see topics without it.
  * The client reconnects by itself after a lost connection (waiting 1 s, doubling up to 30 s) and
  * subscribes again to everything it had; its session outlives a short outage so that QoS 1 signals
  * are not lost. Deadlines use the monotonic clock, so setting the box's clock does not change them.
@@ -84,7 +87,8 @@ VASK_BUS_API void bus_cleanup(void);
 /* Creates a disconnected client named `name` (1 to 64 characters, no '/', '+', '#'). Its MQTT client
  * id is the name, the process id and a random suffix, so two processes with one name never take each
  * other's session. Starts the client's dispatch thread. Returns NULL when bus_init has not been
- * called, the name is invalid, or resources are exhausted. */
+ * called, the name or VASK_BUS_NAMESPACE (wildcards, a leading, trailing or doubled '/') is
+ * invalid, or resources are exhausted. */
 VASK_BUS_API bus_client *bus_client_new(const char *name);
 
 /* Sets the pointer handed to this client's signal handlers (NULL by default). */
