@@ -19,7 +19,8 @@ constexpr const char *kLogSource = "external-device-sim";
 
 // Reply codes of the simulator besides 0.
 constexpr int kCodeWrongState = 1;        // the call makes no sense in the current state
-constexpr int kCodeUnreachable = 2;       // "mic_connection_test": the address is not an IPv4 address
+constexpr int kCodeUnreachable = 2;       // a connection test to an address that is not IPv4
+constexpr int kCodeBadConfig = 3;         // the configuration file or the section to apply is missing or bad
 constexpr int kCodeUnknownMethod = -1002; // no such method (the library maps it to -2)
 constexpr int kCodeBadRequest = -1002;    // the body is not the JSON the method needs
 
@@ -48,6 +49,9 @@ enum vote_status {
 //   "calls"             {"from":K}  the calls received from index K on, as many as fit a reply:
 //                       {"code":0,"total":T,"next":K2,"calls":[{"method":M,"body":B},...]}
 //   "clear_calls"       forget the calls received
+//   "applied"           {"section":S}  what the service last applied of section S of
+//                       /etc/external_device.json: {"code":0,"section":S,"applied":{...}} (null when
+//                       nothing was applied yet)
 
 } // namespace vask_sim
 

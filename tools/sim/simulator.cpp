@@ -40,6 +40,20 @@ simulator::simulator(bus_client *device, bus_client *control)
           {"get_ex_rs232_device_list", &simulator::get_ex_rs232_device_list},
           {"get_imshare_info", &simulator::get_imshare_info},
           {"set_imshare_info", &simulator::set_imshare_info},
+          {"set_mic_central_info", [](simulator &s, const cJSON *) { return s.apply_section("miccentral_control"); }},
+          {"castdeck_control_settings", [](simulator &s, const cJSON *) { return s.apply_section("castdeck_control"); }},
+          {"projector_control_pjlink_settings",
+           [](simulator &s, const cJSON *) { return s.apply_section("projector_control"); }},
+          {"projector_control_hitachi_tcp_settings",
+           [](simulator &s, const cJSON *) { return s.apply_section("projector_control"); }},
+          {"projector_control_hitachi_rs232_settings",
+           [](simulator &s, const cJSON *) { return s.apply_section("projector_control"); }},
+          {"projector_control_none_settings",
+           [](simulator &s, const cJSON *) { return s.apply_section("projector_control"); }},
+          {"external_control_tcp_settings",
+           [](simulator &s, const cJSON *) { return s.apply_section("external_control"); }},
+          {"projector_control_pjlink_test", &simulator::projector_test},
+          {"projector_control_hitachi_tcp_test", &simulator::projector_test},
       },
       control_methods_{
           {"press_mic", &simulator::press_mic},
@@ -54,6 +68,7 @@ simulator::simulator(bus_client *device, bus_client *control)
           {"set_state", &simulator::set_state},
           {"calls", &simulator::calls},
           {"clear_calls", &simulator::clear_calls},
+          {"applied", &simulator::applied},
       },
       rs232_list_(cJSON_Parse("[{\"Number\":0,\"Port\":\"ttyS0\",\"Description\":\"RS232 port 1\"},"
                               "{\"Number\":1,\"Port\":\"ttyUSB0\",\"Description\":\"USB serial adapter\"}]"))
@@ -94,7 +109,7 @@ int simulator::handle_device(bus_client *, void *user, const char *method, const
         TULO_LOG_write_newline(kLogModule, 1, kLogSource, __LINE__, "handle", "unknown method %s", method);
         return answer(reply_text(kCodeUnknownMethod), reply, capacity);
     }
-    return answer((self->*found->second)(parsed.get()), reply, capacity);
+    return answer(found->second(*self, parsed.get()), reply, capacity);
 }
 
 int simulator::handle_control(bus_client *, void *user, const char *method, const char *body, int body_length,
@@ -106,7 +121,7 @@ int simulator::handle_control(bus_client *, void *user, const char *method, cons
     auto found = self->control_methods_.find(method);
     if (found == self->control_methods_.end())
         return answer(reply_text(kCodeUnknownMethod), reply, capacity);
-    return answer((self->*found->second)(parsed.get()), reply, capacity);
+    return answer(found->second(*self, parsed.get()), reply, capacity);
 }
 
 std::string simulator::mic_event_payload(const mic &m, bool on) const

@@ -3,6 +3,7 @@
 #define VASK_SIM_SIMULATOR_H
 
 #include <cjson/cJSON.h>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -39,7 +40,7 @@ public:
                               char *reply, int capacity);
 
 private:
-    using method = std::string (simulator::*)(const cJSON *body);
+    using method = std::function<std::string(simulator &, const cJSON *body)>;
     struct call {
         std::string method;
         std::string body;
@@ -66,6 +67,8 @@ private:
     std::string get_ex_rs232_device_list(const cJSON *);
     std::string get_imshare_info(const cJSON *);
     std::string set_imshare_info(const cJSON *body);
+    std::string apply_section(const char *section);
+    std::string projector_test(const cJSON *body);
 
     // The control service.
     std::string press_mic(const cJSON *body);
@@ -80,6 +83,7 @@ private:
     std::string set_state(const cJSON *body);
     std::string calls(const cJSON *body);
     std::string clear_calls(const cJSON *);
+    std::string applied(const cJSON *body);
 
     std::string mic_event_payload(const mic &m, bool on) const;
 
@@ -97,6 +101,7 @@ private:
     std::vector<mic> mics_on_; // in the order they went on
     std::map<std::string, canned> canned_;
     std::vector<call> calls_;
+    std::map<std::string, json_ptr> applied_; // section name -> the section as last applied
 };
 
 } // namespace vask_sim
