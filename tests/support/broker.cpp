@@ -62,7 +62,9 @@ std::string broker_config(int port)
     return config;
 }
 
-broker::broker()
+broker::broker() : broker(broker_config) {}
+
+broker::broker(std::function<std::string(int port)> make_config) : make_config_(std::move(make_config))
 {
     for (int attempt = 0; attempt < 5 && !started_; ++attempt) {
         port_ = free_port();
@@ -85,7 +87,7 @@ std::string broker::url() const
 bool broker::launch()
 {
     std::string config_path = dir_.path() + "/mosquitto.conf";
-    std::ofstream(config_path) << broker_config(port_);
+    std::ofstream(config_path) << make_config_(port_);
     if (!process_.start({VASK_MOSQUITTO_BROKER, "-c", config_path}, {}, dir_.path() + "/broker.log"))
         return false;
     bool ready = eventually([&] { return !process_.running() || accepts(port_); }, std::chrono::seconds(5));

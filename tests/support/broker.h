@@ -2,6 +2,7 @@
 #ifndef VASK_TEST_BROKER_H
 #define VASK_TEST_BROKER_H
 
+#include <functional>
 #include <string>
 
 #include "process.h"
@@ -10,8 +11,11 @@ namespace vask_test {
 
 class broker {
 public:
-    // Starts the broker; aborts the test program when it cannot (see started()).
+    // Starts the broker with the project's test configuration (broker_config); aborts the test
+    // program when it cannot.
     broker();
+    // Starts it with the configuration `make_config(port)` writes for a free port.
+    explicit broker(std::function<std::string(int port)> make_config);
     ~broker();
 
     bool started() const { return started_; }
@@ -27,6 +31,7 @@ public:
 
 private:
     bool launch();
+    std::function<std::string(int port)> make_config_;
     temp_dir dir_;
     child_process process_;
     int port_ = 0;
