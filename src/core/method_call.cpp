@@ -33,8 +33,11 @@ int ed_method_call(const char *method, cJSON *request, cJSON **reply)
     int reply_length = 0;
 
     json_text body;
-    if (request != nullptr)
+    if (request != nullptr) {
         body.reset(cJSON_PrintUnformatted(request));
+        if (!body)
+            return -1; // out of memory: a request is never sent without its body
+    }
     int code = bus_method_call_sync(current_client(), kServiceName, method, body.get(),
                                     body ? static_cast<int>(strlen(body.get())) : 0, buffer,
                                     &reply_length, kCallTimeoutS);
