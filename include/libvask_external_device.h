@@ -475,6 +475,726 @@ struct external_protocol_info {
     std::string port;        /* TCP port as text */
 };
 
-/* (configuration files, protocol table, control devices and their operations go here) */
+/* The configuration file /etc/external_device.json (under VASK_SYSROOT when set) holds one JSON
+ * object whose members are the sections: "projector_control", "external_control",
+ * "miccentral_control", "castdeck_control", "external_rs232_config", "zorvo_config". The factory
+ * default is /usr/share/vask/etc/external_device.json; /etc/external_device.json is usually a
+ * symbolic link to the writable copy /var/lib/vask/etc/external_device.json.
+ *
+ * Configuration lock: one process-wide lock serialises the configuration functions below. Every
+ * function that says "takes the configuration lock" holds it from before it reads the file until
+ * after it has written it, so that read-modify-write cycles of the threads of one process never
+ * interleave and no write is lost; a reader never sees a half-written file. The lock is never held
+ * while the service is called, and is not taken again while held (an operation that reads and then
+ * writes takes it twice in turn). Other processes are not locked out.
+ *
+ * Reading: the whole file is read and parsed on every call; nothing is cached. Log lines (source
+ * "utils" unless said otherwise, function = the public function's name):
+ *   "open config file failed" (readers) / "open external_device config file failed" (writers),
+ *   level 0, when the file cannot be opened; "read file query <size> , but <count>", level 1, on a
+ *   short read (the shorter text is parsed); "error:<text from the parse error on>", level 0, when
+ *   the text is not JSON; "error:(null)", level 0, for a missing section or block after a good parse.
+ *
+ * Writing: a writer edits its section only; every other section keeps its members, values and
+ * order. The document is printed formatted (tabs, one member per line) and replaces the file
+ * atomically: a new file in the folder of the resolved path (links stay links) is flushed to the
+ * disk, takes the old file's mode and owner and is renamed over it; where no such file can be made
+ * (read-only folder, no permission) the file is rewritten in place after its room is reserved.
+ * When the write fails (no room, no permission) the old file is left as it was, "write <path>
+ * failed, errno=<n>" is logged at level 0, the writer returns -1 and an operation that called it
+ * does not tell the service. A member written with "replace" keeps its place; one written with
+ * "update" is dropped and appended anew, so it moves to the end of its object (applications read
+ * the printed order). */
+
+/* Checks that the configuration file holds a JSON object and restores the factory default when it
+ * does not: when the text is not JSON (logged "error:<text>") or its root is not an object (logged
+ * at level 0 "JSON 不是預期的 Object 格式，收到的是類型: <cJSON type code>", e.g. 32 for an array),
+ * logs "copy default config" at level 2 and runs "cp /usr/share/vask/etc/external_device.json
+ * /var/lib/vask/etc/external_device.json" (under a system root, both paths prefixed and quoted).
+ * The copy is not checked again and /var/lib/vask/etc/ is not created. A missing file is logged
+ * ("open config file failed") and not restored. Call it once at start, before relying on the file.
+ * Returns 0 in every case. Takes the configuration lock (the copy runs under it). */
+ED_API int ValidateJsonConfig();
+
+/* The name of control-device protocol `protocol`: -1 "", 0 "none", 1 "tcp", 2 "shure-tcp",
+ * 3 "show-tcp", 4 "creator-tcp", 5 "sennheiser-tcp", 6 "bosch-tcp", 7 "bxb-tcp", 8 "hayaco-tcp",
+ * 9 "televic-tcp", 10 "atuc-tcp", 11 "atnd-tcp", 12 "atnd_8_district-tcp", 13 "bosch_ccu2-tcp",
+ * 14 "televic_dcerno-tcp", 15 "shure_mxa-tcp", 16 "shure_mxw-tcp", 17 "shure_mxcw-tcp",
+ * 18 "televic_tlv-tcp", 19 "bxb_fcs-tcp", 20 "none", 21 "rs232", 22 "show-rs232", 23 "none", 24 "",
+ * 25 "usb-olvin-s1", 26 ""; "none" for every other number. Never fails; no lock. */
+ED_API std::string GetProtocolString(int protocol);
+
+/* Reads `section` / "parameters" / "tcp" into info->ip_address, password, username and port (a
+ * missing key, or one that is not a string, gives ""); enable, protocol and baud_rate are not
+ * touched. `section` is a control-device section of a document the caller holds (may be NULL).
+ * Returns 0; -1 when the block is missing (logged "error:(null)"; info->protocol is set to -1 and the
+ * text fields are left as they were) or `info` is NULL. No lock. */
+ED_API int cJSON_ReadTCPDeviceConfig(cJSON *section, external_protocol_info *info);
+
+/* Reads control-device section `section` ("miccentral_control", "castdeck_control") into *info.
+ * The record is first reset (enable false, protocol 0, ip_address "0.0.0.0", username, password
+ * and baud_rate empty; port is left as it was), then: enable = "enable" is true (or a non-zero
+ * number); protocol = the number of the stored "protocol" name: "none" 0, "tcp" 1, "shure-tcp" 2,
+ * "show-tcp" 3, "sennheiser-tcp" 5, "bosch-tcp" 6, "hayaco-tcp" 8 ... "bxb_fcs-tcp" 19 (with the
+ * "tcp" block read as by cJSON_ReadTCPDeviceConfig), "rs232" 21 (baud_rate from
+ * "parameters"/"rs232"/"baud_rate"), "usb-olvin-s1" 25. Any other name, a missing one and the
+ * names written but not read back ("creator-tcp", "bxb-tcp", "show-rs232") give protocol -1 with
+ * result 0. Names are compared exactly.
+ * Returns 0; -1 with info->protocol -1 when the file cannot be opened or parsed, the section is
+ * missing (or not an object), or a TCP or rs232 protocol lacks its block (logged as above); -1 for
+ * a NULL `info`
+ * (logged "info = NULL"). Takes the configuration lock. */
+ED_API int ReadControlDeviceConfig(std::string section, external_protocol_info *info);
+
+/* Writes record *info into control-device section `section` (logged at level 2 "Update Control
+ * Device Config <section>"). In an existing section:
+ *   - enable true appends a second "enable": true and leaves the first (which readers see) as it
+ *     was; enable false leaves "enable" untouched (UpdateControlDeviceSettings sets it for real);
+ *   - protocol 1 to 19: "protocol" updated to GetProtocolString(protocol); a missing "parameters"
+ *     or "tcp" is added holding the non-empty ip_address, username, password; an existing "tcp"
+ *     gets ip_address, password, username updated in this order (an empty value drops the key);
+ *     "port" is never written;
+ *   - 21: "protocol" updated to "rs232", "parameters"/"rs232"/"baud_rate" updated (created as needed);
+ *   - 25: "protocol" updated to "usb-olvin-s1", "parameters" deleted; any other number: "none",
+ *     "parameters" deleted.
+ * A missing section is added at the end of the document: "enable": true (only when enable), then
+ * for 1 to 19 "protocol" and "parameters" {"tcp": {non-empty ip_address, username, password}}; for
+ * 21 "parameters" {"rs232": {"baud_rate"}} and "protocol" "rs232"; for 25 "protocol"
+ * "usb-olvin-s1" and "parameters" {}; otherwise "protocol" "none". A missing file is created
+ * holding only this section.
+ * Returns 0; -1 when the file cannot be parsed or read, its root is not an object, a node cannot
+ * be made, or the write fails (the file is then unchanged); -1 for a NULL `info` (logged
+ * "info = NULL", the lock is not taken). Takes the configuration lock. */
+ED_API int UpdateControlDeviceConfig(std::string section, external_protocol_info *info);
+
+/* Writes loose settings into control-device section `section` (logged at level 2
+ * "UpdateControlDeviceSettings <section>, enable <0|1> protocol <protocol>, username <username>").
+ * In an existing section "enable" is updated to `enable`, then by `protocol`:
+ *   - "": the "protocol" member is deleted, nothing else changes;
+ *   - a name containing "tcp" (stored as given, not checked against the table): "protocol"
+ *     updated; a missing "parameters" or "tcp" is added holding the non-empty ip_address, username,
+ *     password, port in this order; an existing "tcp" gets ip_address, password, username, port
+ *     updated in this order (an empty value drops the key);
+ *   - "rs232": "protocol" updated, "parameters"/"rs232"/"baud_rate" updated (created as needed);
+ *   - "usb-olvin-s1", or any other name stored as "none": "protocol" updated, "parameters" deleted.
+ * A missing section is added at the end: "enable", then "protocol" and "parameters" ({"tcp":
+ * {...}} in creation order, {"rs232": {"baud_rate"}}, {} for "usb-olvin-s1"; no "parameters" for
+ * "none"); an empty protocol gives "protocol": "" and "parameters": {}. A missing file is created
+ * holding only this section.
+ * Returns 0; -1 as for UpdateControlDeviceConfig. Takes the configuration lock. */
+ED_API int UpdateControlDeviceSettings(std::string section, bool enable, std::string protocol, std::string port,
+                                       std::string ip_address, std::string password, std::string baud_rate,
+                                       std::string username);
+
+/* External control of the box: section "external_control",
+ * {"tcp": {"authentication": bool, "port": string}, "rs232": {"baud_rate": string, "portname": string}}. */
+struct external_control_info {
+    bool authentication;   /* "tcp"/"authentication" */
+    std::string port;      /* "tcp"/"port" */
+    std::string baud_rate; /* "rs232"/"baud_rate" */
+    std::string portname;  /* "rs232"/"portname": the serial device name */
+};
+
+/* Reads section "projector_control" into *info. The record is first reset as by
+ * ReadControlDeviceConfig. protocol = by the stored "protocol" name, compared exactly: "none" 0,
+ * "hitachi_tcp" 1 (ip_address, password from "parameters"/"hitachi_tcp"), "hitachi_rs232" 21
+ * (baud_rate from "parameters"/"hitachi_rs232"), "pjlink" 24 (ip_address, password from
+ * "parameters"/"pjlink"); an absent key gives "". Any other name gives protocol -1 with result 0.
+ * Returns 0; -1 with info->protocol -1 when the file cannot be opened or parsed, or the section,
+ * its "protocol", its "parameters" or the protocol's block is missing ("error:(null)"); -1 for a
+ * NULL `info` ("info = NULL"). Takes the configuration lock. */
+ED_API int ReadProjectorConfig(external_protocol_info *info);
+
+/* Reads section "external_control" into *info: authentication = "tcp"/"authentication" is true (or
+ * a non-zero number); the texts are "" when absent or not strings.
+ * Returns 0; -1 with *info unchanged when the file cannot be opened or parsed, or when the section,
+ * its "tcp" or its "rs232" is missing (logged at level 0 "Get external_control failed", "Get tcp
+ * failed", "Get rs232 failed"); -1 for a NULL `info` ("info = NULL"). Takes the configuration lock. */
+ED_API int ReadExternalControlConfig(external_control_info *info);
+
+/* Writes *info into section "external_control" (logged at level 2 "UpdateExternalControlConfig"):
+ * "tcp"/"authentication" (bool), "tcp"/"port", "rs232"/"baud_rate", "rs232"/"portname" are replaced
+ * in place, or added at the end when missing; a missing "tcp" or "rs232" is added with both. A
+ * missing section is not created (it comes with the default document): the file is written back
+ * as it was and 0 returned.
+ * Returns 0; -1 when the file cannot be opened or parsed, a node cannot be made or the write fails;
+ * -1 for a NULL `info`. Takes the configuration lock. */
+ED_API int UpdateExternalControlConfig(const external_control_info *info);
+
+/* -- Control-device operations --
+ * Getters read the file; setters store first and then tell the service (no request body, no reply
+ * read), after the configuration lock has been released. A failed store returns its -1 and the
+ * service is not told; a failed notification is not rolled back: the file keeps the new settings
+ * and the call's result (-1 to -4, see the rules above) is returned. Each logs its name at level 2
+ * (source "libvask_external_device") on entry. */
+
+/* ReadControlDeviceConfig("miccentral_control", info) and its result. */
+ED_API int ed_get_mic_central_info(external_protocol_info *info);
+
+/* ReadControlDeviceConfig("castdeck_control", info) and its result. */
+ED_API int ed_get_castdeck_info(external_protocol_info *info);
+
+/* ReadProjectorConfig(info) and its result. */
+ED_API int ed_get_projector_settings(external_protocol_info *info);
+
+/* ReadExternalControlConfig(info) and its result. */
+ED_API int ed_get_tcp_control_settings(external_control_info *info);
+
+/* Changes the mic central's settings (logged "ed_set_mic_central_info [<protocol>]@<ip> <username>").
+ * Reads the stored section first; when every field (enable, protocol, ip_address, password,
+ * baud_rate, username, port) equals `info`, returns the read's result at once without writing or
+ * calling the service. Otherwise UpdateControlDeviceSettings("miccentral_control", info.enable,
+ * GetProtocolString(info.protocol), info.port, info.ip_address, info.password, info.baud_rate,
+ * info.username), then "set_mic_central_info". Note that some stored names do not read back (see
+ * ReadControlDeviceConfig): setting protocol 4 stores "creator-tcp", read back as -1.
+ * Returns the writer's -1, or the call's result (0, -1 to -4). Takes the configuration lock twice
+ * in turn (read, then write). */
+ED_API int ed_set_mic_central_info(const external_protocol_info &info);
+
+/* Changes the media station's settings (logged "ed_set_castdeck_settings"), without comparing with
+ * the stored ones: protocol 1 stores "tcp" with info.port, ip_address, password and username;
+ * 0 stores "none"; 21 stores "rs232" with info.baud_rate; all with info.enable. Then calls
+ * "castdeck_control_settings".
+ * Returns -2 for any other protocol (nothing stored, service not told); the writer's -1; or the
+ * call's result (0, -1 to -4). Takes the configuration lock. */
+ED_API int ed_set_castdeck_info(const external_protocol_info &info);
+
+/* -- Projector and TCP control operations --
+ * Log lines have source "libvask_external_device". */
+
+/* Asks the service to test a PJLink projector ("projector_control_pjlink_test" with
+ * {"ip_address": ip_address, "password": password}). Logs "ed_pjlink_test" at level 2.
+ * Returns the call's result (0, -1 to -4); -1 when the request cannot be built. No lock. */
+ED_API int ed_pjlink_test(std::string ip_address, std::string password);
+
+/* The same for a Hitachi projector over TCP ("projector_control_hitachi_tcp_test"). */
+ED_API int ed_hitachi_tcp_test(std::string ip_address, std::string password);
+
+/* The projector setters replace members of "projector_control" in place, then call their method.
+ * A member, block or section that does not exist is left as it is (nothing is added) and the
+ * service is told all the same. All values are JSON strings. Logged at level 2 on entry;
+ * "open projector config file failed" (level 0) when the file cannot be opened.
+ * Each returns -1 when the file cannot be opened or parsed, its root is not an object, or the
+ * write fails (service not told); otherwise the call's result (0, -1 to -4). Each takes the
+ * configuration lock for its store. */
+
+/* "protocol" := "pjlink"; "parameters"/"pjlink"/"ip_address" and "password" := the arguments.
+ * Calls "projector_control_pjlink_settings". Its entry line reads "ed_set_hitachi_pjlink_settings". */
+ED_API int ed_set_pjlink_settings(std::string ip_address, std::string password);
+
+/* "protocol" := "hitachi_tcp"; "parameters"/"hitachi_tcp"/"ip_address" and "password" := the
+ * arguments. Calls "projector_control_hitachi_tcp_settings". */
+ED_API int ed_set_hitachi_tcp_settings(std::string ip_address, std::string password);
+
+/* "protocol" := "hitachi_rs232"; "parameters"/"hitachi_rs232"/"baud_rate" := `baud_rate`. Calls
+ * "projector_control_hitachi_rs232_settings". */
+ED_API int ed_set_hitachi_rs232_settings(std::string baud_rate);
+
+/* "protocol" := "none"; the parameter blocks are kept. Calls "projector_control_none_settings". */
+ED_API int ed_set_none_settings();
+
+/* "external_control"/"tcp"/"authentication" := `authentication` (a JSON bool) and "port" := `port`,
+ * replaced in place like the projector setters (same results and log texts, including the open
+ * failure's). Calls "external_control_tcp_settings". */
+ED_API int ed_set_tcp_control_settings(bool authentication, std::string port);
+
+/* ---- Microphone control ------------------------------------------------------------------ */
+/* The microphone control configuration lives in /etc/microphone_control.json (under VASK_SYSROOT
+ * when set), one JSON object with five members:
+ *   "microphone_config"                   array: the registered control items, one per (gr, id)
+ *   "microphone_group_conflict_config"    array: the group-conflict items, one per gr, no "id"
+ *   "microphone_default_config"           object: "cancel_mode" and the default item (no gr/id)
+ *   "microphone_general_conflict_config"  object: the general-conflict item (no gr/id)
+ *   "microphone_multiple_speakers_mode"   object: "multi_mode", "cancel_mode"
+ * The project ships a default file holding empty lists and the default modes.
+ *
+ * Every function below that reads or writes the file takes the configuration lock (the one of the
+ * configuration store above) for its whole read-parse-modify-write cycle and follows the store's
+ * rules for reading and writing: the whole file is read and parsed on every call, a writer prints
+ * the whole document formatted and replaces the file atomically, leaving every other member as it
+ * was and in its order, and a failed write ("write <path> failed, errno=<n>", level 0) leaves the
+ * old file and returns -1. The file is never created by these functions: a missing file fails
+ * every one of them. Their log lines have source "utils" and the public function's name; the
+ * common failures are logged at level 0 as "open config file failed" (or, where stated,
+ * "open external_device config file failed") when the file cannot be opened, "error:<text from
+ * the parse error on>" when it is not JSON, and "error:(null)" when its root is not an object or
+ * the member a function needs is missing or of the wrong kind (a list that is not an array, a mode
+ * member that is not an object). A writer that cannot make a JSON node returns -1 and changes
+ * nothing. Section names are found without regard to case (cJSON's rule); the keys inside a
+ * section or an item ("cancel_mode", "gr", "c0", ...) are compared exactly. Any thread may call
+ * these functions; the lock orders them within the process. */
+
+/* One pair (c, p) of a microphone item's list; -1 in either member marks the pair as not set. */
+struct cpreset {
+    int32_t c = -1;
+    int32_t p = -1;
+};
+
+/* One microphone control item, group-conflict item, default item or general-conflict item. Its JSON
+ * form is one flat object: "gr", "id", "nt" (strings), "c0"/"p0" ... (numbers, one pair per
+ * position), "l", "o", "b", "s" (numbers). The record owns its strings and its list (plain value
+ * semantics). */
+struct microphone_info {
+    uint8_t tag = 0;              /* the application's own: copied with the record, never set or read here */
+    std::string gr;               /* "gr": the item's group; empty = not set */
+    std::string id;               /* "id": the item's identifier in its group; empty = not set */
+    std::string nt;               /* "nt": free text; empty = not set */
+    std::vector<cpreset> cp_list; /* "c<K>"/"p<K>": the ordered pairs */
+    int32_t l = -1;               /* "l"; -1 (any negative value) = not set */
+    int32_t o = -1;               /* "o"; likewise */
+    int32_t b = -1;               /* "b"; likewise */
+    int32_t s = -1;               /* "s"; likewise */
+};
+
+/* The multiple-speakers mode; the service defines what the numbers mean. */
+struct multiple_speakers_mode {
+    int32_t multi_mode = 1;  /* "multi_mode"; 1 when the file has none */
+    int32_t cancel_mode = 0; /* "cancel_mode"; 0 when the file has none */
+};
+
+/* -- The JSON form of an item. These four take no lock, touch no file and log nothing. -- */
+
+/* Adds the set members of *info to `object` (which the caller created and owns), in this order:
+ *   "gr" (a string, unless `omit_gr` or gr is empty), "id" (unless `omit_id` or id is empty),
+ *   "nt" (unless empty), then the pairs, then "l", "o", "b", "s" (numbers, each only when >= 0).
+ * Pairs are written in list order as "c<K>"/"p<K>" with K counting 0, 1, 2 ... densely: a pair with
+ * -1 in c or p is skipped, and so is a pair whose c equals the c of a pair already written (the
+ * first pair with a given c wins, whatever its p). There is no upper bound on K, although readers
+ * keep only K = 0 to 8. Applications rely on this renumbering.
+ * Control items and request bodies are written with both flags false, group-conflict items with
+ * `omit_id` true, the default and general-conflict items with both true.
+ * Does nothing when `object` or `info` is NULL. A member that cannot be made (no memory) is left out. */
+ED_API void cJSON_AddMicroPhoneInfo(cJSON *object, microphone_info *info, bool omit_id, bool omit_gr);
+
+/* Fills *info from the item object `object`; `tag` is left as it was and cp_list is replaced.
+ *   gr, id: the text of a string member, or the decimal text of a number member's integer value
+ *     (12 gives "12", -5 gives "-5"); "" when missing or of any other type.
+ *   nt: the text of a string member; "" when missing or not a string.
+ *   cp_list: for K = 0 to 8, the pair ("c<K>", "p<K>") when both are present (their integer
+ *     values), in K order; a K with either key missing is skipped and the scan goes on. Pairs with
+ *     K of 9 or more are never read.
+ *   l, o, b, s: the member's integer value when present (whatever its JSON type), else -1.
+ * Returns 0; -1 when `object` or `info` is NULL (*info untouched). */
+ED_API int cJSON_GetMicroPhoneInfo(cJSON *object, microphone_info *info);
+
+/* Removes from `array` the first (lowest index) element that matches *info, and frees it; at most
+ * one element per call, none when nothing matches. An element matches when its "gr" matches
+ * info->gr and, unless `match_group_only`, its "id" matches info->id:
+ *   - next to a string "gr" (its text compared with info->gr), "id" is compared as text (an "id"
+ *     that is not a string reads as "");
+ *   - next to a number "gr" (the decimal text of its integer value compared with info->gr), "id" is
+ *     compared as the decimal text of its integer value (so a string "id" reads as "0").
+ * An element without "gr", or whose "gr" is neither a string nor a number, never matches; without
+ * `match_group_only` an element without "id" never matches either. Does nothing when `array` or
+ * `info` is NULL. */
+ED_API void cJSON_DeleteMicroPhoneInfoFromArray(cJSON *array, microphone_info *info, bool match_group_only);
+
+/* Clears *info: gr, id and nt empty, cp_list empty, l, o, b and s -1; `tag` is left as it was.
+ * Returns 0; -1 when `info` is NULL. */
+ED_API int ResetMicrophoneInfo(microphone_info *info);
+
+/* -- Modes -- */
+
+/* Reads "microphone_default_config" (entry logged at level 2 "Read Mic Default Config"):
+ * *cancel_mode = its "cancel_mode" (integer value; 0 when missing), then *info as by
+ * cJSON_GetMicroPhoneInfo. Returns 0; -1 when the file cannot be opened ("open config file
+ * failed") or parsed, or the section is missing or not an object; -1 for a NULL `info` (logged
+ * "cJSON_GetMicroPhoneInfo:-1"; *cancel_mode is still set); -1 for a NULL `cancel_mode` (logged
+ * "null point", the file is not read). Takes the configuration lock. */
+ED_API int ReadMicrophoneDefaultConfig(int *cancel_mode, microphone_info *info);
+
+/* Replaces "microphone_default_config" (entry logged "Update Mic Default Config") by a new object
+ * holding "cancel_mode" = `cancel_mode` and then the members of *info without "gr" and "id" (see
+ * cJSON_AddMicroPhoneInfo; a NULL `info` adds none). The section moves to the end of the document.
+ * Returns 0; -1 when the file cannot be opened ("open external_device config file failed") or
+ * parsed, its root is not an object, a node cannot be made or the write fails (file unchanged).
+ * Takes the configuration lock. */
+ED_API int UpdateMicrophoneDefaultConfig(int cancel_mode, microphone_info *info);
+
+/* Reads "microphone_general_conflict_config" into *info as by cJSON_GetMicroPhoneInfo (entry
+ * logged "Read Mic GeneralConflict Config"). Returns as ReadMicrophoneDefaultConfig (without the
+ * cancel mode). Takes the configuration lock. */
+ED_API int ReadMicrophoneGeneralConflictConfig(microphone_info *info);
+
+/* Replaces "microphone_general_conflict_config" (entry logged "Update Mic GeneralConflict Config")
+ * by a new object holding the members of *info without "gr" and "id" (a NULL `info` writes an
+ * empty object); it moves to the end of the document. Returns as UpdateMicrophoneDefaultConfig.
+ * Takes the configuration lock. */
+ED_API int UpdateMicrophoneGeneralConflictConfig(microphone_info *info);
+
+/* Reads "microphone_multiple_speakers_mode" (entry logged "Read Mic MultipleSpeakers Mode"):
+ * multi_mode = "multi_mode" (1 when missing), cancel_mode = "cancel_mode" (0 when missing).
+ * Returns 0; -1 as ReadMicrophoneDefaultConfig; -1 for a NULL `mode` ("null point", the file is not
+ * read). Takes the configuration lock. */
+ED_API int ReadMicrophoneMultipleSpeakersMode(multiple_speakers_mode *mode);
+
+/* Replaces "microphone_multiple_speakers_mode" (entry logged "Update Mic MultipleSpeakers Config")
+ * by {"multi_mode": ..., "cancel_mode": ...}; it moves to the end of the document. Returns as
+ * UpdateMicrophoneDefaultConfig; -1 for a NULL `mode` (logged "null point", the lock is not
+ * taken). Takes the configuration lock. */
+ED_API int UpdateMicrophoneMultipleSpeakersMode(multiple_speakers_mode *mode);
+
+/* -- Control items and group conflicts -- */
+
+/* Merges *item into *list: every element with the same gr and id (compared exactly, empty strings
+ * included) is erased, then a copy of *item is appended, so a replaced entry moves to the end.
+ * Note: after an erased element, the one that slides into its place is not compared; a list built
+ * only through this function holds at most one entry per (gr, id), where this does not matter.
+ * No lock, no file, no log. Returns 0; -1 when `list` or `item` is NULL or memory runs out (the
+ * list is then as it was). */
+ED_API int UpdateControlItem(std::vector<microphone_info> *list, microphone_info *item);
+
+/* Reads the control items of "microphone_config" into *list (entry logged "Read Mic Control
+ * Config"). The list is replaced: it is emptied once the file is open (also when it then fails to
+ * parse), and left as it was when the file cannot be opened. Each element is read as by
+ * cJSON_GetMicroPhoneInfo (a number "gr" or "id" reads as its decimal text) and kept unless its gr
+ * is empty, `gr` is not empty and differs from its gr, or `id` is not empty and differs from its
+ * id; the kept entries are merged as by UpdateControlItem, so of two entries with the same (gr, id)
+ * the later one stays, at the place of that later one.
+ * Returns 0, also when no entry is kept; -1 when the file cannot be opened ("open config file
+ * failed") or parsed, or "microphone_config" is missing or not an array; -1 for a NULL `list`
+ * ("null point"). Takes the configuration lock. */
+ED_API int ReadRegisteredMicListFromConfig(std::string gr, std::string id, std::vector<microphone_info> *list);
+
+/* The same for the group-conflict items of "microphone_group_conflict_config" (entry logged "Read
+ * Mic GroupConflict Config"), with the `gr` filter only: one entry per group (the last in file
+ * order). Takes the configuration lock. */
+ED_API int ReadMicrophoneGroupConflictConfig(std::string gr, std::vector<microphone_info> *list);
+
+/* Adds or replaces one control item (entry logged "Add Mic Control Settings"): the first element
+ * of "microphone_config" matching item's gr and id (cJSON_DeleteMicroPhoneInfoFromArray without
+ * `match_group_only`) is removed and the item, with all its set members, is appended at the end.
+ * Returns 0; -1 when the file cannot be opened ("open config file failed") or parsed, its root is
+ * not an object, "microphone_config" is missing or not an array, a node cannot be made or the
+ * write fails (file unchanged); -1 for a NULL `item` ("null point"). Takes the configuration lock. */
+ED_API int AddMicrophoneControlSettings(microphone_info *item);
+
+/* Replaces the whole "microphone_config" (entry logged "Update Mic Control Config") by a new array
+ * holding the records of *list in order, each with all its set members (each logged at level 2
+ * "Update microphone_list <gr>-<id>"); the array moves to the end of the document, and an empty
+ * list writes an empty array. A file that is not JSON is logged ("error:<text>") and rebuilt: the
+ * damaged content is dropped and the new file holds this array alone.
+ * Returns 0; -1 when the file cannot be opened ("open external_device config file failed"), its
+ * root is not an object, a node cannot be made or the write fails (file unchanged); -1 for a NULL
+ * `list` ("null point"). Takes the configuration lock. */
+ED_API int UpdateMicrophoneControlConfig(std::vector<microphone_info> *list);
+
+/* Deletes one control item (entry logged "Delete Mic Control Config"): the first element of
+ * "microphone_config" matching item's gr and id is removed; the file is rewritten also when none
+ * matched. Returns 0, also when nothing matched; -1 as AddMicrophoneControlSettings. Takes the
+ * configuration lock. */
+ED_API int DeleteMicrophoneControlConfig(microphone_info *item);
+
+/* Adds or replaces the group-conflict item of item's group (entry logged "Add Mic GroupConflict
+ * Config"): the first element of "microphone_group_conflict_config" whose "gr" matches is removed,
+ * whatever its other members, and the item is appended with its set members but without "id".
+ * Returns as AddMicrophoneControlSettings. Takes the configuration lock. */
+ED_API int AddMicrophoneGroupConflictConfig(microphone_info *item);
+
+/* Replaces the whole "microphone_group_conflict_config" (entry logged "Update Mic GroupConflict
+ * Config") by the records of *list without "id" (each logged at level 2 "Update group_conflict
+ * <gr>"), rebuilding a file that is not JSON, as UpdateMicrophoneControlConfig. Takes the
+ * configuration lock. */
+ED_API int UpdateMicrophoneGroupConflictConfig(std::vector<microphone_info> *list);
+
+/* Deletes the first group-conflict item whose "gr" matches item's gr (entry logged "Delete Mic
+ * GroupConflict Config"). Returns as DeleteMicrophoneControlConfig. Takes the configuration lock. */
+ED_API int DeleteMicrophoneGroupConflictConfig(microphone_info *item);
+
+/* -- Microphone control operations --
+ * Readers read the file; setters store first and then call the service, after the configuration
+ * lock has been released. A failed store returns its -1 and the service is not told; a failed call
+ * is not rolled back: the file keeps the change and the call's result (-1 to -4, see the rules
+ * above) is returned. An item's request body is the JSON form of `info` with every set member
+ * ("gr" and "id" included); when it cannot be built (no memory) nothing is sent and -1 is returned,
+ * the store having been done. No reply is read. These operations log nothing of their own.
+ * Each setter returns the store's -1, or the call's result (0, -1 to -4). */
+
+/* ReadMicrophoneMultipleSpeakersMode(mode) and its result. */
+ED_API int ed_get_mic_control_multiple_speakers_mode_info(multiple_speakers_mode *mode);
+
+/* ReadMicrophoneDefaultConfig(cancel_mode, info) and its result. */
+ED_API int ed_get_mic_control_cancel_mode_info(int *cancel_mode, microphone_info *info);
+
+/* ReadMicrophoneGeneralConflictConfig(info) and its result. */
+ED_API int ed_get_mic_control_conflict_mode_info(microphone_info *info);
+
+/* Replaces *list with the group-conflict items, filtered by `gr` ("" = all), as
+ * ReadMicrophoneGroupConflictConfig. Returns 0 when *list is not empty afterwards, -1 when it is
+ * (no matching entry, or the file could not be read); when the file cannot be opened the list is
+ * left as it was, so a list that held entries gives 0. -1 for a NULL `list` (no file access). */
+ED_API int ed_get_mic_group_conflict_info(std::string gr, std::vector<microphone_info> *list);
+
+/* Replaces *list with the control items, filtered by `gr` and `id` ("" = no filter), as
+ * ReadRegisteredMicListFromConfig. Returns as ed_get_mic_group_conflict_info. */
+ED_API int ed_get_mic_control_info(std::string gr, std::string id, std::vector<microphone_info> *list);
+
+/* Asks the service to act on item `info` without storing it. `action`: 0 calls
+ * "simulate_microphone_control_item" and 1 "execute_microphone_control_item", each with the item's
+ * body; 2 calls "execute_microphone_control_home" without a body, whatever `info` holds. The file
+ * is not touched and no lock is taken. Returns the call's result (0, -1 to -4); -2 for any other
+ * `action` (no call); -1 when the body cannot be built (no call). */
+ED_API int ed_exe_mic_control_info(int action, microphone_info &info);
+
+/* AddMicrophoneControlSettings(&info), then "update_microphone_control_item" with the item's body. */
+ED_API int ed_set_mic_control_info(microphone_info &info);
+
+/* DeleteMicrophoneControlConfig(&info), then "delete_microphone_control_item" with the item's body
+ * (also when no stored item matched). */
+ED_API int ed_del_mic_control_info(microphone_info &info);
+
+/* AddMicrophoneGroupConflictConfig(&info), then "update_mic_group_conflict_item" with the item's
+ * body ("id" included when set, although the stored item has none). */
+ED_API int ed_set_mic_group_conflict_info(microphone_info &info);
+
+/* DeleteMicrophoneGroupConflictConfig(&info), then "delete_mic_group_conflict_item" with the item's
+ * body. */
+ED_API int ed_del_mic_group_conflict_info(microphone_info &info);
+
+/* UpdateMicrophoneGeneralConflictConfig(&info), then "mic_control_conflict_mode" without a body
+ * (the service reads the file). */
+ED_API int ed_set_mic_control_conflict_mode_info(microphone_info &info);
+
+/* UpdateMicrophoneDefaultConfig(cancel_mode, &info), then "mic_control_cancel_mode" without a body. */
+ED_API int ed_set_mic_control_cancel_mode_info(int cancel_mode, microphone_info &info);
+
+/* UpdateMicrophoneMultipleSpeakersMode(&mode), then "mic_control_multiple_speakers_mode" without a
+ * body. */
+ED_API int ed_set_mic_control_multiple_speakers_mode_info(multiple_speakers_mode &mode);
+
+/* ---- RS232 control, serial devices and the remote controller ---------------------------- */
+
+/* -- RS232 control --
+ * Section "external_rs232_config" of the configuration file (file, lock and log lines: see the
+ * configuration store above). Every key is optional: an unset value is never written, and a key
+ * that is missing reads as unset, so the two mean the same in both directions. */
+
+/* The RS232 control options of the box. A value-initialised record (external_rs232_control{}) has
+ * every field unset. */
+struct external_rs232_control {
+    std::string builtin_TTY;          /* "builtin_TTY": the box's built-in serial device; "" unset */
+    int ignored_TTYUSB_A = -1;        /* "ignored_TTYUSB_A": a ttyUSB number to ignore; -1 unset (0 is a port) */
+    int ignored_TTYUSB_B = -1;        /* "ignored_TTYUSB_B": a second one; -1 unset */
+    bool disable_USB_camctrl = false; /* "disable_USB_camctrl": camera control over USB serial is off */
+    bool enable_USB_wenk9 = false;    /* "enable_USB_wenk9": the wenk9 USB accessory is enabled */
+    bool enable_USB_zorvo = false;    /* "enable_USB_zorvo": the zorvo remote controller is enabled */
+    std::string port;                 /* "port": the serial port of external control; "" unset */
+    std::string baud_rate;            /* "baud_rate": its speed as text, e.g. "9600"; "" unset */
+    std::string default_command;      /* "default_command": passed to the service unchanged; "" unset */
+    std::string focus_command;        /* "focus_command": the same */
+    std::string conflict_command;     /* "conflict_command": the same */
+};
+
+/* Reads section "external_rs232_config" into *info (logged at level 2 "Read External RS232 Control
+ * Config"). The record is first reset to unset; then each key that is present sets its field: a
+ * text its string ("" when the key holds another JSON type), a port number its integer value, a
+ * flag true when its value is true or a non-zero number. Other keys of the section are ignored.
+ * Returns 0 (a section {} gives an all-unset record); -1 when the file cannot be opened or parsed,
+ * or the section is missing or no object (logged "error:(null)"), the record then being reset; -1
+ * for a NULL `info` (logged "info = NULL"; the lock is not taken). Takes the configuration lock. */
+ED_API int ReadExternalRS232ControlConfig(external_rs232_control *info);
+
+/* Writes *info into section "external_rs232_config" (logged at level 2 "Update External RS232
+ * Control Config"), key by key in the order builtin_TTY, ignored_TTYUSB_A, ignored_TTYUSB_B,
+ * disable_USB_camctrl, enable_USB_wenk9, enable_USB_zorvo, port, baud_rate, focus_command,
+ * default_command, conflict_command: a set value is updated (texts as strings, ports as numbers,
+ * flags as true), so it moves to the end of the section; an unset one deletes its key (false is
+ * never written). Keys not named here keep their values and so end up first. A missing section (or
+ * a member of that name that is no object) is added at the end of the document holding the set
+ * keys only ({} when none is set). *info is not changed.
+ * Returns 0; -1 with the file unchanged when it cannot be opened ("open external_device config
+ * file failed") or parsed, its root is not an object, a node cannot be made or the write fails;
+ * -1 for a NULL `info` ("info = NULL"; the lock is not taken). Takes the configuration lock. */
+ED_API int UpdateExternalRS232ControlConfig(external_rs232_control *info);
+
+/* ReadExternalRS232ControlConfig(info) and its result; nothing logged of its own. */
+ED_API int ed_get_external_rs232_control_info(external_rs232_control *info);
+
+/* Stores `info` with UpdateExternalRS232ControlConfig, then tells the service to apply it
+ * ("set_external_rs232_control_info", no request body, no reply read), after the configuration
+ * lock has been released. Nothing logged of its own. Returns the writer's -1 (the service is then
+ * not told), or the call's result (0, -1 to -4; on failure the file keeps the new values). */
+ED_API int ed_set_external_rs232_control_info(external_rs232_control &info);
+
+/* -- Serial-device discovery --
+ * The box names its own USB serial devices with links that its udev rules create under /dev; the
+ * devices behind them form an ignore list, the serial devices that are no external RS232 control
+ * devices. ReadUdevRulesSYMLINK gives the links of a rules file, ChecksSYMLINKandGetDevice the
+ * devices behind the links that exist, CompareUdevIgnoreLists searches that list. These three take
+ * the configuration lock for their whole run, and replace their output list (clear it, then fill
+ * it) instead of appending to it. Their log lines have source "utils". */
+
+/* Replaces *symlink_list with the links that the udev rules file `rules_path` (used as given)
+ * creates. Each line (of any length; its newline belongs to it) is split at commas with
+ * StringSplit, and every field that contains "SYMLINK" (SYMLINK+= and SYMLINK=) gives "/dev/" plus
+ * the text between the field's first and its last double quote: from the field's start when it has
+ * no quote, to its end when it has no closing quote (so a field without quotes gives "/dev/" plus
+ * the whole field, blanks and newline included). Lines are taken as the service takes them: a
+ * commented-out rule counts too, and a value naming several links gives one entry holding the
+ * blanks. Logs "Read UdevRulesSYMLINK" at level 2.
+ * Returns 0 (an empty file gives an empty list); -1 with the list unchanged when the file cannot be
+ * opened or is a folder (logged at level 0 "open rules file failed") or cannot be read ("read rules
+ * file failed"); -1 for a NULL `symlink_list` ("symlink_list failed"). Takes the configuration
+ * lock. */
+ED_API int ReadUdevRulesSYMLINK(std::string rules_path, std::vector<std::string> *symlink_list);
+
+/* Replaces *usbtty_list with the names of the devices behind the links of *symlink_list, in list
+ * order: each link is resolved with realpath(3) and the first "/dev/" is erased from the result (a
+ * link to /dev/ttyUSB0 gives "ttyUSB0"), each logged at level 2 "udev Ignored [<name>]". A link that
+ * is absent or dangling is skipped silently; two links to one device give its name twice. Both
+ * arguments may be the same list.
+ * Returns 0 (an empty input gives an empty list); -1 with nothing changed for a NULL
+ * `symlink_list` ("symlink_list failed") or `usbtty_list` ("usbtty_list failed"). Takes the
+ * configuration lock. */
+ED_API int ChecksSYMLINKandGetDevice(std::vector<std::string> *symlink_list, std::vector<std::string> *usbtty_list);
+
+/* 1 when `name` equals an entry of *ignored_list exactly (same bytes: no case folding, no prefix
+ * match), otherwise 0; 0 as well for a NULL `ignored_list` (logged at level 0 "Ignored_List
+ * failed"). Takes the configuration lock. */
+ED_API int CompareUdevIgnoreLists(std::string name, std::vector<std::string> *ignored_list);
+
+/* The console device named on the kernel command line, /proc/cmdline (under VASK_SYSROOT when set),
+ * read as the service reads it: in pieces of at most 127 characters, each cut at its first comma;
+ * the first piece that then holds "console=" gives at most 16 characters after it. So
+ * "console=ttyS2,1500000n8" gives "ttyS2"; a blank does not end the name ("console=ttyS0
+ * root=/dev/mmcblk0p1" gives "ttyS0 root=/dev/"), a newline ending the piece is kept, and a
+ * "console=" behind a comma of its piece, or split across two pieces, is not seen. Logs
+ * "GetCmdlineConsoleName <name>" at level 2 when one is found. Returns "" when none is named, and
+ * when the file cannot be opened (logged at level 0 "file open <path> error <errno>"). No lock. */
+ED_API std::string GetCmdlineConsoleName();
+
+/* Replaces `pieces` with the pieces of `text` between separators, empty pieces included, and a last
+ * piece only when it is not empty: split at ",", "a,,b," gives "a", "", "b"; "abc" gives "abc"; ""
+ * gives none. The first separator is searched as any one character of `separator`, later ones as
+ * the whole of it (the same for a one-character separator). `text` may be an element of `pieces`.
+ * Returns 0; -1 when memory runs out (`pieces` may then hold the first pieces only). No lock. */
+ED_API int StringSplit(const std::string &text, const std::string &separator, std::vector<std::string> &pieces);
+
+/* Copies `from` to `to`, recursively, with the shell command cp -rf -- '<from>' '<to>'. Each path is
+ * quoted as one shell word: blanks, quotes, ';', '$', '`', newlines and a leading '-' belong to the
+ * file name and run nothing. Blocks until cp ends. Returns system(3)'s result: 0 when cp succeeded,
+ * its wait status otherwise (cp's exit code times 256); 0 without running anything when nothing is
+ * at `from`; -1 when no shell could be started or a path holds a zero byte (logged at level 1
+ * "Failed to copy <from> to <to> (-1)"). No lock. */
+ED_API int Copy(const std::string &from, const std::string &to);
+
+/* Removes `path` and everything below it with rm -rf -- '<path>', quoted as by Copy. Returns
+ * system(3)'s result as Copy does; 0 without running anything when nothing is at `path`; -1 when
+ * no shell could be started or the path holds a zero byte (logged at level 1
+ * "Failed to remove <path> (-1)"). No lock. */
+ED_API int RemoveAll(const std::string &path);
+
+/* -- Remote controller --
+ * The zorvo USB remote controller keeps M macros of C channels each, by the box model (see
+ * GetFirmwareModelName):
+ *   "RV710": C 2, M 3;  "RV720": C 4, M 3;  "RV730": C 4, M 9;  any other model, or none: C 4, M 3.
+ * They are stored in section "zorvo_config" of the configuration file, members in this order:
+ *   {"fw": "<version>", "bootloader_fw": "<version>",
+ *    "Macro_1": {"scenes": 1, "channel_1_enable": false, "channel_1_preset": "1", ...
+ *                "channel_C_enable": false, "channel_C_preset": "1"},
+ *    ... "Macro_M": {...}}
+ * Members of other names (such as a Macro_10 on a box of 3 macros) are ignored and kept. */
+
+/* One channel of a macro. */
+struct macro_channel {
+    int channel = 0;          /* channel number from 1: the n of "channel_<n>_enable" / "channel_<n>_preset" */
+    bool enable = false;      /* "channel_<n>_enable": the channel is switched on */
+    std::string preset = "1"; /* "channel_<n>_preset": its preset text */
+};
+
+/* One macro. */
+struct external_zorvo_macro_info {
+    int index = 0;                       /* macro number from 1: the n of the member "Macro_<n>" */
+    int scenes = 0;                      /* "scenes": its scene count */
+    std::vector<macro_channel> channels; /* its channels, in order */
+};
+
+/* The whole section "zorvo_config". */
+struct external_zorvo_info {
+    std::string fw;                                /* "fw": the controller's firmware version */
+    std::string bootloader_fw;                     /* "bootloader_fw": its boot loader's version */
+    std::vector<external_zorvo_macro_info> macros; /* the macros, in order */
+};
+
+/* The controller's two version texts. */
+struct external_zorvo_fw_info {
+    std::string fw;            /* "fw" */
+    std::string bootloader_fw; /* "bootloader_fw" */
+};
+
+/* The box model: what follows "ID=" on the first line of /etc/os-release (under VASK_SYSROOT when
+ * set) that holds "ID=" anywhere, at most 36 characters, without the newline. Read as the box reads
+ * it: lines in pieces of at most 127 characters; quotes are kept ("\"RV710\"" is no known model);
+ * a VERSION_ID= line before the ID= line wins. Returns "" when no line holds "ID=", and when the
+ * file cannot be opened (logged at level 0 "file open <path> error <errno>"). No lock. */
+ED_API std::string GetFirmwareModelName();
+
+/* Reads section "zorvo_config" into *info (logged at level 2 "ReadExternalZORVOControlConfig"),
+ * sized by the model: info->macros is replaced by exactly M macros numbered 1 to M, each of C
+ * channels numbered 1 to C, whatever the file holds. Macro i comes from member "Macro_<i>": scenes =
+ * the integer value of its "scenes"; channel n is on when "channel_<n>_enable" is true or a
+ * non-zero number; its preset is the string of "channel_<n>_preset" ("1" when the key is absent,
+ * "" when it is no string). A missing member gives scenes 1 and every channel off with preset "1".
+ * fw and bootloader_fw are the strings of "fw" and "bootloader_fw" ("" when no strings).
+ * Returns 0; 0 as well when the file cannot be opened (logged "open config file failed"; *info is
+ * left as it was); -1 with *info unchanged when the file cannot be parsed, or the section, its "fw"
+ * or "bootloader_fw", or the "scenes" of a present macro member is missing (logged "error:(null)");
+ * -1 for a NULL `info` ("info = NULL"). Reads /etc/os-release first, then takes the configuration
+ * lock. */
+ED_API int ReadExternalZORVOControlConfig(external_zorvo_info *info);
+
+/* Writes *info into section "zorvo_config" (logged at level 2 "UpdateExternalZORVOControlConfig"),
+ * sized by the model. "fw" and "bootloader_fw" are replaced in their places (added at the end when
+ * missing). Then the first M macros of info->macros, each under "Macro_<its index field>" (not its
+ * position): its "scenes" and, for its first C channels by position n (not by their channel
+ * field), "channel_<n>_enable" (bool) and "channel_<n>_preset" (string) are replaced in their
+ * places, or added at the end when missing. A missing member (or one that is no object) is added
+ * at the end of the section, a missing section at the end of the document. Other members keep
+ * their values and places; a macro whose index repeats an earlier one's overwrites it; macros
+ * beyond M and channels beyond C are not written.
+ * Returns 0; 0 as well when the file cannot be opened (logged "open config file failed"; nothing is
+ * written); -1 with the file unchanged when info->macros holds fewer than M macros or one of the
+ * first M fewer than C channels (logged at level 0 "zorvo_config needs <M> macros of <C>
+ * channels"), when the file cannot be parsed, its root is not an object, a node cannot be made or
+ * the write fails; -1 for a NULL `info` ("info = NULL"). Reads /etc/os-release first, then takes
+ * the configuration lock. */
+ED_API int UpdateExternalZORVOControlConfig(const external_zorvo_info *info);
+
+/* Rewrites section "zorvo_config" in its full form with unknown versions (logged at level 2
+ * "InitExternalZORVOControlConfig"): reads it with ReadExternalZORVOControlConfig and writes it back
+ * with UpdateExternalZORVOControlConfig, fw and bootloader_fw set to "". The section then holds
+ * exactly the members Macro_1 to Macro_M read from it, each of C channels (missing ones with the
+ * defaults), besides any other members it had. When the file does not exist nothing is written.
+ * Returns 0, also when the write fails; -1 when the read fails (logged at level 0
+ * "ReadExternalZORVOControlConfig fail"). Takes the configuration lock twice in turn, never nested. */
+ED_API int InitExternalZORVOControlConfig();
+
+/* -- Remote controller operations --
+ * Each logs its name at level 2 (source "libvask_external_device") on entry. The three on the
+ * stored macros read the section with ReadExternalZORVOControlConfig into a record of their own. */
+
+/* Sets *info to the stored fw and bootloader_fw. Returns the read's result: 0 (both "" when the
+ * file does not exist), or -1 with *info unchanged (see ReadExternalZORVOControlConfig); -1 for a
+ * NULL `info`. Takes the configuration lock. */
+ED_API int ed_get_zorvo_fw_info(external_zorvo_fw_info *info);
+
+/* Replaces *macros (it is not appended to) with the stored macros: M macros of C channels each,
+ * whatever the file holds; an empty vector when the file does not exist. Returns the read's
+ * result: 0, or -1 with *macros unchanged; -1 for a NULL `macros`. Takes the configuration lock. */
+ED_API int ed_get_zorvo_macro_info(std::vector<external_zorvo_macro_info> *macros);
+
+/* Stores `macros` with UpdateExternalZORVOControlConfig, keeping the stored fw and bootloader_fw.
+ * The service is not called: it reads the macros from the file. Pass at least M macros of at least
+ * C channels each (ed_get_zorvo_macro_info gives such a vector). Returns the update's result (0 as
+ * well when the file does not exist: nothing is written); -1 without writing when the stored
+ * section cannot be read, or as the update says. Takes the configuration lock twice in turn (read,
+ * then write). */
+ED_API int ed_set_zorvo_macro_info(const std::vector<external_zorvo_macro_info> &macros);
+
+/* Asks the service to run macro `macro_index` now: method "zorvo_goto_marco" (spelled so) with the
+ * body {"macro_index":<macro_index>}, the number passed on unchecked, no reply read. Logs the body
+ * at level 2 "======= client send messagebus : <body> " (the blank at the end belongs to it).
+ * Returns the call's result (0, -1 to -4); -1 when the request cannot be built. No lock. */
+ED_API int ed_zorvo_goto_macro(int macro_index);
 
 #endif

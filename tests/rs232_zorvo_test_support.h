@@ -1,0 +1,209 @@
+// What the RS232 control, serial-discovery and remote-controller suites share: a temporary system
+// root holding the configuration file, the fixtures folder, JSON printing as the library prints the
+// file, exact comparison of log lines, and a log sink that notes the configuration lock.
+#ifndef VASK_TEST_RS232_ZORVO_TEST_SUPPORT_H
+#define VASK_TEST_RS232_ZORVO_TEST_SUPPORT_H
+
+#include <cjson/cJSON.h>
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include "config/config_cycle.h"
+#include "log_capture.h"
+#include "process.h"
+#include "tulo_log.h"
+
+namespace rs232_zorvo_test {
+
+inline std::string read_file(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+inline void write_file(const std::string &path, const std::string &text)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+}
+
+// The path of fixture `name` (e.g. "udev/99-vask-serial.rules").
+inline std::string fixture(const std::string &name)
+{
+    return std::string(VASK_TEST_FIXTURES) + "/" + name;
+}
+
+// The project's factory default document.
+inline std::string shipped_default()
+{
+    return read_file(fixture("../../data/external_device.json"));
+}
+
+// `compact` JSON printed as the library prints the file (formatted, tabs), member order kept;
+// empty when it is not JSON.
+inline std::string formatted(const std::string &compact)
+{
+    cJSON *tree = cJSON_Parse(compact.c_str());
+    if (tree == nullptr)
+        return std::string();
+    char *text = cJSON_Print(tree);
+    std::string result = text != nullptr ? text : "";
+    cJSON_free(text);
+    cJSON_Delete(tree);
+    return result;
+}
+
+// The formatted text of root member `name` of document `text`, or "<missing>".
+inline std::string section_of(const std::string &text, const std::string &name)
+{
+    cJSON *tree = cJSON_Parse(text.c_str());
+    const cJSON *section = cJSON_GetObjectItemCaseSensitive(tree, name.c_str());
+    std::string result = "<missing>";
+    if (section != nullptr) {
+        char *printed = cJSON_Print(section);
+        result = printed != nullptr ? printed : "";
+        cJSON_free(printed);
+    }
+    cJSON_Delete(tree);
+    return result;
+}
+
+// The names of the root members of document `text`, in order.
+inline std::vector<std::string> section_names(const std::string &text)
+{
+    std::vector<std::string> names;
+    cJSON *tree = cJSON_Parse(text.c_str());
+    const cJSON *member = nullptr;
+    cJSON_ArrayForEach(member, tree) names.push_back(member->string != nullptr ? member->string : "");
+    cJSON_Delete(tree);
+    return names;
+}
+
+// A system root in a temporary folder, set as VASK_SYSROOT while it lives, laid out as on the box:
+// /etc/external_device.json is a relative link to /var/lib/vask/etc/external_device.json, which
+// starts as the project's factory default.
+class sysroot {
+public:
+    sysroot()
+    {
+        for (const char *folder : {"/etc", "/proc", "/var", "/var/lib", "/var/lib/vask", "/var/lib/vask/etc"})
+            mkdir(path(folder).c_str(), 0755);
+        if (symlink("../var/lib/vask/etc/external_device.json", path("/etc/external_device.json").c_str()) != 0)
+            ADD_FAILURE() << "cannot link the configuration file";
+        std::string text = shipped_default();
+        if (text.empty())
+            ADD_FAILURE() << "no factory default document";
+        set_config(text);
+        setenv("VASK_SYSROOT", dir_.path().c_str(), 1);
+    }
+    ~sysroot() { unsetenv("VASK_SYSROOT"); }
+    sysroot(const sysroot &) = delete;
+    sysroot &operator=(const sysroot &) = delete;
+
+    std::string path(const std::string &fixed) const { return dir_.path() + fixed; }
+    std::string config() const { return read_file(path("/etc/external_device.json")); }
+    void set_config(const std::string &text) const { write_file(config_path(), text); }
+    void remove_config() const { unlink(config_path().c_str()); }
+    bool has_config() const { return access(config_path().c_str(), F_OK) == 0; }
+
+private:
+    std::string config_path() const { return path("/var/lib/vask/etc/external_device.json"); }
+    vask_test::temp_dir dir_;
+};
+
+// Puts the text of fixture `name` at `fixed_path` ("/proc/cmdline", "/etc/os-release") of `root`.
+inline void install_fixture(const sysroot &root, const std::string &name, const std::string &fixed_path)
+{
+    std::string text = read_file(fixture(name));
+    ASSERT_FALSE(text.empty()) << name;
+    write_file(root.path(fixed_path), text);
+}
+
+// One expected log line; `line` kAnyLine matches any positive line number (lines whose number is
+// the library's own source line).
+constexpr int kAnyLine = -1;
+struct line_fields {
+    int level;
+    std::string source;
+    int line;
+    std::string function;
+    std::string message;
+    bool operator==(const line_fields &other) const
+    {
+        return level == other.level && source == other.source && line == other.line && function == other.function &&
+               message == other.message;
+    }
+};
+
+inline std::ostream &operator<<(std::ostream &out, const line_fields &l)
+{
+    return out << "{" << l.level << ", " << l.source << ":" << l.line << ", " << l.function << ", \"" << l.message
+               << "\"}";
+}
+
+// Every captured line equals the expected one, in order, and each has module 59.
+inline void expect_lines(const std::vector<vask_test::log_line> &lines, std::vector<line_fields> expected)
+{
+    std::vector<line_fields> actual;
+    for (const vask_test::log_line &l : lines) {
+        EXPECT_EQ(l.module, 59) << l.message;
+        actual.push_back({l.level, l.source, l.line, l.function, l.message});
+    }
+    for (size_t i = 0; i < expected.size() && i < actual.size(); ++i)
+        if (expected[i].line == kAnyLine && actual[i].line > 0)
+            expected[i].line = actual[i].line;
+    EXPECT_EQ(actual, expected);
+}
+
+// Each log line written while it lives, with whether the configuration lock was held (by any
+// thread) when it was written.
+class lock_noting_log {
+public:
+    struct entry {
+        std::string function;
+        std::string message;
+        bool lock_held;
+    };
+    lock_noting_log()
+    {
+        TULO_LOG_set_level(TULO_LOG_LEVEL_TRACE);
+        TULO_LOG_set_sink(sink, this);
+    }
+    ~lock_noting_log()
+    {
+        TULO_LOG_set_sink(nullptr, nullptr);
+        TULO_LOG_set_level(TULO_LOG_LEVEL_WARNING);
+    }
+    lock_noting_log(const lock_noting_log &) = delete;
+    lock_noting_log &operator=(const lock_noting_log &) = delete;
+    std::vector<entry> entries()
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        return entries_;
+    }
+
+private:
+    static void sink(void *user, int, int, const char *, int, const char *function, const char *message)
+    {
+        auto *self = static_cast<lock_noting_log *>(user);
+        bool held = !vask_ed::config_lock_is_free();
+        std::lock_guard<std::mutex> hold(self->mutex_);
+        self->entries_.push_back({function, message, held});
+    }
+    std::mutex mutex_;
+    std::vector<entry> entries_;
+};
+
+} // namespace rs232_zorvo_test
+
+#endif
