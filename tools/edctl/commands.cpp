@@ -14,15 +14,44 @@ const std::vector<command> &commands()
         {"mic", "on-list | central-state | central-test IP USER PASSWORD PROTOCOL",
          "list the microphones that are on, read or test the mic central's connection",
          "edctl mic central-test 192.0.2.10 admin secret 2", run_mic},
-        {"rs232", "devices", "list the RS232 serial devices the service sees", "edctl --json rs232 devices",
-         run_rs232},
+        {"rs232", "devices | control get | control set KEY=VALUE...",
+         "list the RS232 devices the service sees; read or change the RS232 control options",
+         "edctl rs232 control set port=ttyS1 baud_rate=9600 ignored_TTYUSB_A=0", run_rs232},
+        {"serial", "discover RULES_FILE",
+         "list the serial links a udev rules file makes, the devices behind them and the kernel console",
+         "edctl serial discover /lib/udev/rules.d/99-box-serial.rules", run_serial},
+        {"zorvo", "fw | macros | set-macro N SETTING... | goto N | init",
+         "the USB remote controller: firmware versions, macros (scenes=N chK=on|off presetK=TEXT), run one",
+         "edctl zorvo set-macro 2 scenes=3 ch1=on preset1=4", run_zorvo},
         {"imshare", "get | set on|off", "read or set image sharing", "edctl imshare set on", run_imshare},
+        {"config", "validate | show [SECTION]",
+         "check /etc/external_device.json (restoring the factory default when broken) or print it",
+         "edctl --root /tmp/box config show projector_control", run_config_command},
+        {"mic-central", "get | set KEY=VALUE...",
+         "read or change the mic central's stored settings (enable, protocol, ip_address, username,\n"
+         "               password, baud_rate, port) and have the service apply them",
+         "edctl mic-central set protocol=shure-tcp ip_address=192.0.2.20 port=2202", run_mic_central},
+        {"castdeck", "get | set KEY=VALUE...", "read or change the media station's settings (protocol 0, 1 or 21)",
+         "edctl castdeck set protocol=1 ip_address=192.0.2.30 port=5000", run_castdeck},
+        {"projector", "get | pjlink IP PASSWORD | hitachi-tcp IP PASSWORD | hitachi-rs232 BAUD | none |\n"
+                      "             test-pjlink IP PASSWORD | test-hitachi-tcp IP PASSWORD",
+         "read the projector settings, switch its protocol, or test a connection",
+         "edctl projector pjlink 192.0.2.40 secret", run_projector},
+        {"tcp-control", "get | set on|off PORT", "read or change external control over TCP",
+         "edctl tcp-control set on 23", run_tcp_control},
+        {"mic-control",
+         "list [gr=G] [id=I] | set|delete|execute|simulate ITEM | home | conflicts [gr=G] |\n"
+         "             conflict-set|conflict-delete ITEM | default-mode get|set CANCEL_MODE [ITEM] |\n"
+         "             conflict-mode get|set ITEM | speakers-mode get|set multi_mode=N cancel_mode=N",
+         "microphone control items, group conflicts and modes; ITEM is gr=1 id=7 nt=Chair c0=3 p0=1 l=2\n"
+         "               or one JSON object",
+         "edctl mic-control set gr=1 id=7 nt=Chair c0=3 p0=1 l=2", run_mic_control},
         {"watch", "[--count N] [EVENT...]",
          "print each signal of the service as it arrives (all five events unless named) until interrupted",
          "edctl --json watch --count 3 mic_on_event", run_watch},
         {"sim", "press|release GROUP ID | vote CHOICE | cam-status JSON | info-change JSON | non-list-mic JSON |\n"
                 "             emit EVENT PAYLOAD [COUNT] | reply METHOD TEXT|--none|--clear | state JSON | calls |\n"
-                "             clear-calls",
+                "             clear-calls | applied SECTION",
          "drive external-device-sim through its control service", "edctl sim press 1 7", run_sim},
     };
     return table;

@@ -64,6 +64,14 @@ int run_rs232(const context &context, const arguments &args);
 int run_imshare(const context &context, const arguments &args);
 int run_watch(const context &context, const arguments &args);
 int run_sim(const context &context, const arguments &args);
+int run_config_command(const context &context, const arguments &args);
+int run_mic_central(const context &context, const arguments &args);
+int run_castdeck(const context &context, const arguments &args);
+int run_projector(const context &context, const arguments &args);
+int run_tcp_control(const context &context, const arguments &args);
+int run_serial(const context &context, const arguments &args);
+int run_zorvo(const context &context, const arguments &args);
+int run_mic_control(const context &context, const arguments &args);
 
 } // namespace edctl
 

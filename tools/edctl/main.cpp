@@ -28,7 +28,7 @@ void print_usage(FILE *out)
 {
     fputs(kUsageHead, out);
     for (const command &c : commands())
-        fprintf(out, "  %-8s %s\n", c.name, c.summary);
+        fprintf(out, "  %-12s %s\n", c.name, c.summary);
     fputs("\nExit status: 0 success, 1 the operation failed, 2 usage error.\n", out);
 }
 

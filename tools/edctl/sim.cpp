@@ -156,6 +156,16 @@ int run_sim(const context &ctx, const arguments &args)
         {"reply", 2, 2, reply},
         {"state", 1, 1, [](const context &, const arguments &a) { return emit_object("state", "set_state", a); }},
         {"calls", 0, 0, calls},
+        {"applied", 1, 1,
+         [](const context &, const arguments &a) {
+             json_ptr body(cJSON_CreateObject());
+             cJSON_AddStringToObject(body.get(), "section", a[0].c_str());
+             json_ptr reply;
+             if (int rc = control_call("sim applied", "applied", body.get(), &reply))
+                 return rc;
+             print_json(cJSON_GetObjectItemCaseSensitive(reply.get(), "applied"));
+             return 0;
+         }},
         {"clear-calls", 0, 0,
          [](const context &, const arguments &) { return control_call("sim clear-calls", "clear_calls", nullptr); }},
     };

@@ -21,6 +21,9 @@ constexpr const char *kLogSource = "external-device-sim";
 constexpr int kCodeWrongState = 1;        // the call makes no sense in the current state
 constexpr int kCodeUnreachable = 2;       // a connection test to an address that is not IPv4
 constexpr int kCodeBadConfig = 3;         // the configuration file or the section to apply is missing or bad
+constexpr int kCodeNoSuchMacro = 4;       // "zorvo_goto_marco": the box model has no macro of that number
+constexpr int kCodeNoSuchItem = 5;        // a microphone control item that the file does not hold (or,
+                                          // for a delete, still holds)
 constexpr int kCodeUnknownMethod = -1002; // no such method (the library maps it to -2)
 constexpr int kCodeBadRequest = -1002;    // the body is not the JSON the method needs
 
@@ -50,8 +53,9 @@ enum vote_status {
 //                       {"code":0,"total":T,"next":K2,"calls":[{"method":M,"body":B},...]}
 //   "clear_calls"       forget the calls received
 //   "applied"           {"section":S}  what the service last applied of section S of
-//                       /etc/external_device.json: {"code":0,"section":S,"applied":{...}} (null when
-//                       nothing was applied yet)
+//                       /etc/external_device.json or /etc/microphone_control.json:
+//                       {"code":0,"section":S,"applied":{...}} (null when nothing was applied yet);
+//                       section "executed" is the microphone control item executed or simulated last
 
 } // namespace vask_sim
 

@@ -7,6 +7,10 @@
 
 namespace vask_sim {
 
+namespace {
+constexpr const char *kMicrophoneConfig = "/etc/microphone_control.json";
+} // namespace
+
 std::string reply_text(int code, const std::string &members)
 {
     return "{\"code\":" + std::to_string(code) + members + "}";
@@ -52,6 +56,30 @@ simulator::simulator(bus_client *device, bus_client *control)
            [](simulator &s, const cJSON *) { return s.apply_section("projector_control"); }},
           {"external_control_tcp_settings",
            [](simulator &s, const cJSON *) { return s.apply_section("external_control"); }},
+          {"set_external_rs232_control_info",
+           [](simulator &s, const cJSON *) { return s.apply_section("external_rs232_config"); }},
+          {"zorvo_goto_marco", &simulator::zorvo_goto_macro},
+          {"update_microphone_control_item",
+           [](simulator &s, const cJSON *b) { return s.microphone_item("microphone_config", true, b); }},
+          {"delete_microphone_control_item",
+           [](simulator &s, const cJSON *b) { return s.microphone_item("microphone_config", false, b); }},
+          {"update_mic_group_conflict_item",
+           [](simulator &s, const cJSON *b) { return s.microphone_item("microphone_group_conflict_config", true, b); }},
+          {"delete_mic_group_conflict_item",
+           [](simulator &s, const cJSON *b) { return s.microphone_item("microphone_group_conflict_config", false, b); }},
+          {"simulate_microphone_control_item", [](simulator &s, const cJSON *b) { return s.execute_item(true, b); }},
+          {"execute_microphone_control_item", [](simulator &s, const cJSON *b) { return s.execute_item(false, b); }},
+          {"execute_microphone_control_home", [](simulator &, const cJSON *) { return reply_text(0); }},
+          {"mic_control_conflict_mode",
+           [](simulator &s, const cJSON *) {
+               return s.apply_section("microphone_general_conflict_config", kMicrophoneConfig);
+           }},
+          {"mic_control_cancel_mode",
+           [](simulator &s, const cJSON *) { return s.apply_section("microphone_default_config", kMicrophoneConfig); }},
+          {"mic_control_multiple_speakers_mode",
+           [](simulator &s, const cJSON *) {
+               return s.apply_section("microphone_multiple_speakers_mode", kMicrophoneConfig);
+           }},
           {"projector_control_pjlink_test", &simulator::projector_test},
           {"projector_control_hitachi_tcp_test", &simulator::projector_test},
       },

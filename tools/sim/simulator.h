@@ -67,8 +67,11 @@ private:
     std::string get_ex_rs232_device_list(const cJSON *);
     std::string get_imshare_info(const cJSON *);
     std::string set_imshare_info(const cJSON *body);
-    std::string apply_section(const char *section);
+    std::string apply_section(const char *section, const char *file = "/etc/external_device.json");
+    std::string microphone_item(const char *list, bool must_exist, const cJSON *body);
+    std::string execute_item(bool simulated, const cJSON *body);
     std::string projector_test(const cJSON *body);
+    std::string zorvo_goto_macro(const cJSON *body);
 
     // The control service.
     std::string press_mic(const cJSON *body);
@@ -101,6 +104,7 @@ private:
     std::vector<mic> mics_on_; // in the order they went on
     std::map<std::string, canned> canned_;
     std::vector<call> calls_;
+    int last_macro_ = 0; // the remote controller's macro run last; 0: none
     std::map<std::string, json_ptr> applied_; // section name -> the section as last applied
 };
 
