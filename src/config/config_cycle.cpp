@@ -18,11 +18,6 @@ namespace {
 
 pthread_mutex_t config_lock = PTHREAD_MUTEX_INITIALIZER;
 
-struct file_closer {
-    void operator()(FILE *file) const { fclose(file); }
-};
-using file_ptr = std::unique_ptr<FILE, file_closer>;
-
 int line_or(int specific, int line)
 {
     return specific != 0 ? specific : line;
@@ -85,7 +80,7 @@ json_ptr load_document(const config_call &call, const std::string &path, int *fa
         TULO_LOG_write_newline(ED_LOG_MODULE, 0, call.source, line_or(call.parse_failed_line, call.line), call.function,
                                "error:%s", parse_end != nullptr ? parse_end : "(null)");
         if (call.on_parse_failure != nullptr)
-            call.on_parse_failure(call);
+            call.on_parse_failure(call, call.parse_failure_context);
         *failed = call.parse_failed_result;
     }
     return root;

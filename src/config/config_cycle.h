@@ -59,9 +59,11 @@ struct config_call {
     bool missing_file_is_empty = false;
 
     // A text that is not JSON: "error:<text at the parse error>" at level 0, then
-    // `on_parse_failure` (still under the lock) when set, and `parse_failed_result` is returned.
+    // `on_parse_failure` (still under the lock, with this call and `parse_failure_context`) when
+    // set, and `parse_failed_result` is returned.
     int parse_failed_result = -1;
-    void (*on_parse_failure)(const config_call &call) = nullptr;
+    void (*on_parse_failure)(const config_call &call, void *context) = nullptr;
+    void *parse_failure_context = nullptr;
 
     // The root member the function owns, looked up with cJSON's case-insensitive rule. When it is
     // missing (or not an object) and `missing_section` is set, that message is logged at level 0

@@ -5,25 +5,13 @@
 
 #include "config/config_cycle.h"
 #include "core/sysroot.h"
+#include "util/shell_quote.h"
 
 namespace vask_ed {
 namespace {
 
 constexpr const char *kDefaultConfig = "/usr/share/vask/etc/external_device.json";
 constexpr const char *kWritableConfig = "/var/lib/vask/etc/external_device.json";
-
-// `text` in single quotes, each quote inside written as '\''.
-std::string shell_quote(const std::string &text)
-{
-    std::string quoted = "'";
-    for (char c : text) {
-        if (c == '\'')
-            quoted += "'\\''";
-        else
-            quoted += c;
-    }
-    return quoted + "'";
-}
 
 // Runs while the caller holds the configuration lock. The copy is not checked again: a broken
 // default stays broken, as on the box.
@@ -53,7 +41,7 @@ ED_API int ValidateJsonConfig()
     // A missing file is not restored; a file that is not JSON is.
     call.open_failed_result = 0;
     call.parse_failed_result = 0;
-    call.on_parse_failure = restore_default;
+    call.on_parse_failure = [](const config_call &failed, void *) { restore_default(failed); };
     read_config(call, [&call](const cJSON *root, const cJSON *) {
         if (!cJSON_IsObject(root)) {
             TULO_LOG_write_newline(ED_LOG_MODULE, 0, call.source, call.line, call.function,

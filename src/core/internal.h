@@ -3,6 +3,7 @@
 #define VASK_ED_CORE_INTERNAL_H
 
 #include <cjson/cJSON.h>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 
@@ -28,9 +29,13 @@ struct json_deleter {
 struct text_deleter {
     void operator()(char *text) const { cJSON_free(text); }
 };
-// A cJSON tree and a text printed by cJSON, each freed by its owner.
+struct file_closer {
+    void operator()(FILE *file) const { fclose(file); }
+};
+// A cJSON tree, a text printed by cJSON and a file opened with fopen, each freed by its owner.
 using json_ptr = std::unique_ptr<cJSON, json_deleter>;
 using json_text = std::unique_ptr<char, text_deleter>;
+using file_ptr = std::unique_ptr<FILE, file_closer>;
 
 // The bus client opened by ed_init; null while the library is closed.
 bus_client *current_client();

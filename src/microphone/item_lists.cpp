@@ -1,13 +1,9 @@
 // Reading, adding, replacing and deleting the items of one list of the microphone control file.
 #include "microphone/item_lists.h"
 
-#include <cerrno>
-#include <cstring>
 #include <unordered_map>
 
 #include "config/json_members.h"
-#include "config/replace_file.h"
-#include "core/sysroot.h"
 
 namespace vask_ed {
 namespace {
@@ -99,45 +95,26 @@ int put_list(const config_call &call, const item_list &kind, const std::vector<m
     return attach(root, kind.array, array.release()) ? 0 : -1;
 }
 
-// The cycle of a whole-list writer. The cycle hands a text that is not JSON only to its
-// on_parse_failure hook, with the call alone; the list to write travels in the call.
-struct rebuilding_call : config_call {
-    rebuilding_call(const config_call &base, const item_list &list_kind, const std::vector<microphone_info> &records)
-        : config_call(base), kind(list_kind), list(records)
-    {
-    }
+// What the whole-list writer hands to its parse-failure hook; `result` stays -1 unless the rebuilt
+// file is stored.
+struct rebuild_context {
     const item_list &kind;
     const std::vector<microphone_info> &list;
-    mutable int rebuilt = -1;
+    int result;
 };
-
-int write_document(const config_call &call, const cJSON *root)
-{
-    json_text printed(cJSON_Print(root));
-    if (!printed)
-        return -1;
-    std::string path = system_path(call.fixed_path);
-    if (replace_file_text(path, printed.get(), strlen(printed.get())) != 0) {
-        int error = errno;
-        TULO_LOG_write_newline(ED_LOG_MODULE, 0, call.source, call.line, call.function, "write %s failed, errno=%d",
-                               path.c_str(), error);
-        return -1;
-    }
-    return 0;
-}
 
 // Runs under the configuration lock once the parse failure is logged: the damaged content is
 // dropped and the file holds the new list alone, so that the application can always store its list.
-void rebuild_document(const config_call &call)
+void rebuild_document(const config_call &call, void *context)
 {
-    const auto &rebuilding = static_cast<const rebuilding_call &>(call);
+    auto *rebuilding = static_cast<rebuild_context *>(context);
     json_ptr root(cJSON_CreateObject());
     if (!root) {
         log_config_error(call, kNoParseError);
         return;
     }
-    if (put_list(call, rebuilding.kind, rebuilding.list, root.get()) == 0)
-        rebuilding.rebuilt = write_document(call, root.get());
+    if (put_list(call, rebuilding->kind, rebuilding->list, root.get()) == 0)
+        rebuilding->result = store_config_document(call, root.get());
 }
 
 } // namespace
@@ -178,9 +155,11 @@ int add_item(const config_call &call, const item_list &kind, const microphone_in
 
 int replace_items(const config_call &base, const item_list &kind, const std::vector<microphone_info> &list)
 {
-    rebuilding_call call(base, kind, list);
+    rebuild_context rebuilding{kind, list, -1};
+    config_call call = base;
     call.parse_failed_result = kNotJson;
     call.on_parse_failure = rebuild_document;
+    call.parse_failure_context = &rebuilding;
     log_trace(call, kind.update_entry);
     int result = edit_config(call, [&](cJSON *root, cJSON *) {
         if (!cJSON_IsObject(root)) {
@@ -189,7 +168,7 @@ int replace_items(const config_call &base, const item_list &kind, const std::vec
         }
         return put_list(call, kind, list, root);
     });
-    return result == kNotJson ? call.rebuilt : result;
+    return result == kNotJson ? rebuilding.result : result;
 }
 
 int delete_item(const config_call &call, const item_list &kind, const microphone_info &item)

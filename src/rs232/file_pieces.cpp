@@ -13,7 +13,7 @@ bool read_file_pieces(const char *fixed_path, const char *function, int line,
                       const std::function<bool(char *piece)> &piece)
 {
     std::string path = system_path(fixed_path);
-    file_handle file(fopen(path.c_str(), "rbe"));
+    file_ptr file(fopen(path.c_str(), "rbe"));
     if (!file) {
         int error = errno;
         TULO_LOG_write_newline(ED_LOG_MODULE, 0, kLogUtils, line, function, "file open %s error %d", path.c_str(),

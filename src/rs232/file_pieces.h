@@ -1,23 +1,18 @@
-// Small owners of C resources and the piecewise reading of the box's small system files, shared by
+// The owner of malloc'd text and the piecewise reading of the box's small system files, shared by
 // serial-device discovery and the remote controller.
 #ifndef VASK_ED_RS232_FILE_PIECES_H
 #define VASK_ED_RS232_FILE_PIECES_H
 
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <memory>
 
 namespace vask_ed {
 
-struct file_closer {
-    void operator()(FILE *file) const { fclose(file); }
-};
 struct malloc_deleter {
     void operator()(void *memory) const { free(memory); }
 };
-// An open file, and memory from malloc (getline's line buffer, realpath's result).
-using file_handle = std::unique_ptr<FILE, file_closer>;
+// Memory from malloc (getline's line buffer, realpath's result).
 using malloc_text = std::unique_ptr<char, malloc_deleter>;
 
 // The longest piece read_file_pieces hands on: what fgets gives into a 128-byte buffer.

@@ -6,23 +6,10 @@
 #include <sys/stat.h>
 
 #include "core/internal.h"
+#include "util/shell_quote.h"
 
 namespace vask_ed {
 namespace {
-
-// `text` as one shell word: in single quotes, each quote inside written as '\''. Blanks, quotes,
-// ';', '$', '`' and newlines then belong to a file name and run nothing.
-std::string shell_word(const std::string &text)
-{
-    std::string quoted = "'";
-    for (char c : text) {
-        if (c == '\'')
-            quoted += "'\\''";
-        else
-            quoted += c;
-    }
-    return quoted + "'";
-}
 
 // Runs `program -rf -- <paths>` with system() when the first path exists. Returns system()'s
 // result; 0 when nothing is there (nothing is run); -1 when a path holds a zero byte (it would cut
@@ -36,7 +23,7 @@ int run_on_existing(const char *program, std::initializer_list<const std::string
         for (const std::string *path : paths) {
             if (path->find('\0') != std::string::npos)
                 return -1;
-            command += " " + shell_word(*path);
+            command += " " + shell_quote(*path);
         }
         struct stat info;
         if (stat((*paths.begin())->c_str(), &info) != 0)

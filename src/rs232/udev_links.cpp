@@ -48,9 +48,9 @@ struct line_buffer {
 };
 
 // A folder opens for reading but is no rules file.
-file_handle open_rules(const std::string &rules_path)
+file_ptr open_rules(const std::string &rules_path)
 {
-    file_handle file(fopen(rules_path.c_str(), "re"));
+    file_ptr file(fopen(rules_path.c_str(), "re"));
     struct stat info;
     if (file && (fstat(fileno(file.get()), &info) != 0 || S_ISDIR(info.st_mode)))
         file.reset();
@@ -60,7 +60,7 @@ file_handle open_rules(const std::string &rules_path)
 int read_rules_links(const std::string &rules_path, std::vector<std::string> *symlink_list)
 {
     config_lock_guard hold;
-    file_handle file = open_rules(rules_path);
+    file_ptr file = open_rules(rules_path);
     TULO_LOG_write_newline(ED_LOG_MODULE, 2, kLogUtils, __LINE__, "ReadUdevRulesSYMLINK", "Read UdevRulesSYMLINK");
     if (!file) {
         TULO_LOG_write_newline(ED_LOG_MODULE, 0, kLogUtils, __LINE__, "ReadUdevRulesSYMLINK",

@@ -18,11 +18,6 @@
 namespace vask_ed {
 namespace {
 
-struct file_closer {
-    void operator()(FILE *file) const { fclose(file); }
-};
-using file_ptr = std::unique_ptr<FILE, file_closer>;
-
 constexpr size_t kBmpHeaderSize = 54;
 constexpr size_t kIdentityMax = 24;
 
