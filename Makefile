@@ -30,8 +30,10 @@ bench: deps
 	$(MAKE) --no-print-directory build
 	scripts/bench $(BUILD)
 
+# PREFIX is configured into the build; DESTDIR (a staging root) is read by cmake --install from the
+# environment.
 install: build
-	cmake --install $(BUILD)
+	DESTDIR="$(DESTDIR)" cmake --install $(BUILD)
 
 clean:
 	rm -rf build
