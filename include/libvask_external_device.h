@@ -486,7 +486,15 @@ struct external_protocol_info {
  * after it has written it, so that read-modify-write cycles of the threads of one process never
  * interleave and no write is lost; a reader never sees a half-written file. The lock is never held
  * while the service is called, and is not taken again while held (an operation that reads and then
- * writes takes it twice in turn). Other processes are not locked out.
+ * writes takes it twice in turn). Inside it, every cycle also holds an advisory lock (flock) on
+ * "<resolved file>.lock" beside the file the links lead to (e.g.
+ * /var/lib/vask/etc/external_device.json.lock, created mode 0644, never removed), so that the
+ * cycles of other processes (applications, edctl, the service) do not interleave either: writers
+ * lock it exclusively, readers shared. The call waits, without a time limit, while another process
+ * holds it. Where the lock file cannot be opened or created (read-only folder, no permission), the
+ * call goes on under the process-wide lock only and other processes are not locked out; this is
+ * logged once per process at level 1 ("lock file <path> unavailable, errno=<n>: ..."). A write that
+ * succeeds removes the temporary files that writers killed before their rename left beside the file.
  *
  * Reading: the whole file is read and parsed on every call; nothing is cached. Log lines (source
  * "utils" unless said otherwise, function = the public function's name):

@@ -50,8 +50,12 @@ struct stat stat_of(const std::string &path)
 std::vector<std::string> folder_entries(const std::string &folder)
 {
     std::vector<std::string> names;
-    for (const auto &entry : std::filesystem::directory_iterator(folder))
-        names.push_back(entry.path().filename().string());
+    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+        std::string name = entry.path().filename().string();
+        // The file lock against other processes stays beside the file for good.
+        if (name != "external_device.json.lock")
+            names.push_back(name);
+    }
     return names;
 }
 

@@ -1,12 +1,16 @@
 // The configuration lock and the one read-parse-modify-write cycle of the configuration files.
 #include "config/config_cycle.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <fcntl.h>
 #include <string>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 #include "config/json_members.h"
@@ -17,6 +21,80 @@ namespace vask_ed {
 namespace {
 
 pthread_mutex_t config_lock = PTHREAD_MUTEX_INITIALIZER;
+
+// Readable by everyone who may read the configuration, so that applications running as other
+// users lock the same file; flock needs no write access, so only the creator may write it.
+constexpr mode_t kLockFileMode = 0644;
+
+std::atomic<bool> lock_file_failure_logged{false};
+
+// Opens the lock file, creating it when it is not there yet. -1 with errno set when it cannot.
+int open_lock_file(const std::string &path)
+{
+    // No link is followed: nothing that a link planted beside the file leads to is created.
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd >= 0 || errno != ENOENT)
+        return fd;
+    fd = ::open(path.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kLockFileMode);
+    if (fd >= 0) {
+        // The umask of the process that happens to create it must not lock other users out.
+        fchmod(fd, kLockFileMode);
+        return fd;
+    }
+    if (errno == EEXIST)
+        return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    return -1;
+}
+
+// The advisory lock that keeps the cycles of other processes (applications, edctl, the service)
+// out of a cycle of this one, on "<resolved file>.lock": beside the file the links lead to, so that
+// every path to the same file locks the same lock file, and a separate file because the
+// configuration file itself is replaced by a rename (a lock on it would stay with the old inode).
+// Writers lock exclusively: their whole read-modify-write must not interleave with another one, or
+// an update is lost. Readers lock shared: they never block each other, but wait for a writer, since
+// a file rewritten in place (no temporary file possible) may be half-written meanwhile.
+// A lock file that cannot be opened or created (read-only folder, no permission) does not fail the
+// cycle: it goes on under the process lock only, logged once per process at level 1.
+class config_file_lock {
+public:
+    config_file_lock(const config_call &call, const std::string &target, bool exclusive)
+        : fd_(open_lock_file(target + ".lock"))
+    {
+        if (fd_ < 0) {
+            report(call, target, errno);
+            return;
+        }
+        while (flock(fd_, exclusive ? LOCK_EX : LOCK_SH) != 0) {
+            if (errno == EINTR)
+                continue;
+            report(call, target, errno);
+            ::close(fd_);
+            fd_ = -1;
+            return;
+        }
+    }
+    // Closing the descriptor releases the lock.
+    ~config_file_lock()
+    {
+        if (fd_ >= 0)
+            ::close(fd_);
+    }
+    config_file_lock(const config_file_lock &) = delete;
+    config_file_lock &operator=(const config_file_lock &) = delete;
+    bool held() const { return fd_ >= 0; }
+
+private:
+    static void report(const config_call &call, const std::string &target, int error)
+    {
+        if (!lock_file_failure_logged.exchange(true))
+            TULO_LOG_write_newline(ED_LOG_MODULE, 1, call.source, call.line, call.function,
+                                   "lock file %s.lock unavailable, errno=%d: other processes are not locked out",
+                                   target.c_str(), error);
+        errno = error;
+    }
+
+    int fd_;
+};
 
 int line_or(int specific, int line)
 {
@@ -128,9 +206,14 @@ int store_config_document(const config_call &call, const cJSON *root)
 int run_config_cycle(const config_call &call, bool write, section_logic logic, void *context)
 {
     try {
+        // Process lock first, file lock second, released in the opposite order: a thread waits for
+        // another process only once no other thread of its own process is in a cycle.
         config_lock_guard hold;
+        std::string path = system_path(call.fixed_path);
+        std::string target = resolve_file_links(path);
+        config_file_lock file_hold(call, target, write);
         int failed = 0;
-        json_ptr root = load_document(call, system_path(call.fixed_path), &failed);
+        json_ptr root = load_document(call, path, &failed);
         if (!root)
             return failed;
         cJSON *section = nullptr;
@@ -147,7 +230,11 @@ int run_config_cycle(const config_call &call, bool write, section_logic logic, v
         int result = logic(context, root.get(), section);
         if (result != 0 || !write)
             return result;
-        return store_config_document(call, root.get());
+        result = store_config_document(call, root.get());
+        // Only under the exclusive file lock is no writer of another process working beside it.
+        if (result == 0 && file_hold.held())
+            remove_stale_temp_files(target);
+        return result;
     } catch (const std::exception &) {
         return -1;
     }

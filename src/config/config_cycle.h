@@ -82,6 +82,9 @@ using section_logic = int (*)(void *context, cJSON *root, cJSON *section);
 // and replaces the file (replace_file_text); a failed replacement gives -1. Every other result of
 // the logic is returned as it is and nothing is written. A standard-library exception thrown by the
 // logic is turned into -1. The lock is held from before the file is opened to after it is written.
+// Inside it, the cycle holds the advisory file lock "<resolved file>.lock" against other processes
+// (exclusive for a write, shared for a read; without it when the lock file cannot be made, logged
+// once at level 1), and a successful write removes the temporary files of killed writers.
 int run_config_cycle(const config_call &call, bool write, section_logic logic, void *context);
 
 // Reads: `read(const cJSON *root, const cJSON *section)` copies what it needs out of the document.
@@ -111,7 +114,8 @@ int edit_config(const config_call &call, Edit &&edit)
         &edit);
 }
 
-// The write step of the cycle, for a caller that already holds the configuration lock: prints
+// The write step of the cycle, for a caller inside a write cycle (process lock and exclusive file
+// lock held, e.g. a parse-failure hook of edit_config): prints
 // `root` formatted and replaces the file of `call` with it (replace_file_text). Returns 0, or -1
 // after logging "write <path> failed, errno=<n>" at level 0 (the file is then as it was).
 int store_config_document(const config_call &call, const cJSON *root);

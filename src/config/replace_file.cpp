@@ -4,7 +4,11 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
+#include <dirent.h>
 #include <fcntl.h>
+#include <memory>
+#include <signal.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -99,12 +103,18 @@ bool write_all(int fd, const char *text, size_t length)
     return true;
 }
 
+// The name of every temporary file made for `target`, before the process id and the counter.
+std::string temp_prefix(const std::string &target)
+{
+    return "." + name_of(target) + ".tmp";
+}
+
 // A new file next to `target`, created with the permissions a new file gets (0666 less the
 // umask), so that a first write creates the file as fopen would. -1 when none can be made.
 int create_temp(const std::string &target, std::string *temp_path)
 {
     static std::atomic<unsigned> counter{0};
-    std::string prefix = folder_of(target) + "/." + name_of(target) + ".tmp" + std::to_string(getpid()) + ".";
+    std::string prefix = folder_of(target) + "/" + temp_prefix(target) + std::to_string(getpid()) + ".";
     for (int attempt = 0; attempt < kTempAttempts; ++attempt) {
         std::string candidate = prefix + std::to_string(counter++);
         int fd = ::open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
@@ -188,6 +198,36 @@ int rewrite_in_place(const std::string &target, const char *text, size_t length)
 }
 
 } // namespace
+
+std::string resolve_file_links(const std::string &path)
+{
+    return follow_links(path);
+}
+
+void remove_stale_temp_files(const std::string &target)
+{
+    errno_keeper keep;
+    std::string folder = folder_of(target);
+    std::unique_ptr<DIR, int (*)(DIR *)> dir(opendir(folder.c_str()), closedir);
+    if (!dir)
+        return;
+    std::string prefix = temp_prefix(target);
+    while (const struct dirent *entry = readdir(dir.get())) {
+        std::string name = entry->d_name;
+        if (name.compare(0, prefix.size(), prefix) != 0)
+            continue;
+        // "<prefix><pid>.<counter>": a name of any other shape is not one of ours.
+        const char *digits = name.c_str() + prefix.size();
+        char *end = nullptr;
+        long pid = strtol(digits, &end, 10);
+        if (end == digits || *end != '.' || pid <= 0 || pid > INT_MAX)
+            continue;
+        // A writer that still runs (or cannot be asked, EPERM) may be about to rename its file.
+        if (static_cast<pid_t>(pid) == getpid() || kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH)
+            continue;
+        ::unlink((folder + "/" + name).c_str());
+    }
+}
 
 int replace_file_text(const std::string &path, const char *text, size_t length)
 {

@@ -17,6 +17,16 @@ namespace vask_ed {
 // Returns 0, or -1 with errno set; on -1 the old file is as it was and no temporary file is left.
 int replace_file_text(const std::string &path, const char *text, size_t length);
 
+// The path the symbolic links of `path` lead to (the file replace_file_text writes); the last one
+// need not exist.
+std::string resolve_file_links(const std::string &path);
+
+// Removes the temporary files that replace_file_text left beside `target` (a resolved path) in
+// processes that no longer run: a writer killed between creating its file and renaming it. Only
+// for a caller that holds the configuration file lock exclusively, so that no live writer of
+// another process is working on one; the files of live processes are kept in any case.
+void remove_stale_temp_files(const std::string &target);
+
 } // namespace vask_ed
 
 #endif
