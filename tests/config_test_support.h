@@ -13,69 +13,16 @@
 #include <unistd.h>
 #include <vector>
 
+#include "json_text.h"
 #include "log_capture.h"
 #include "process.h"
 
 namespace vask_test {
 
-inline std::string read_file(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-inline void write_file(const std::string &path, const std::string &text)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-}
-
 // The factory default document shipped with the project.
 inline std::string default_document()
 {
     return read_file(VASK_DEFAULT_CONFIG);
-}
-
-// `compact` JSON printed the way the library prints the file (formatted, tabs); member order and
-// duplicate members are kept as written. Empty when `compact` is not JSON.
-inline std::string formatted(const std::string &compact)
-{
-    cJSON *tree = cJSON_Parse(compact.c_str());
-    if (tree == nullptr)
-        return std::string();
-    char *text = cJSON_Print(tree);
-    std::string result = text != nullptr ? text : "";
-    cJSON_free(text);
-    cJSON_Delete(tree);
-    return result;
-}
-
-// The formatted text of root member `name` of document `text`, or "<missing>".
-inline std::string section_of(const std::string &text, const char *name)
-{
-    cJSON *tree = cJSON_Parse(text.c_str());
-    const cJSON *section = cJSON_GetObjectItemCaseSensitive(tree, name);
-    std::string result = "<missing>";
-    if (section != nullptr) {
-        char *printed = cJSON_Print(section);
-        result = printed != nullptr ? printed : "";
-        cJSON_free(printed);
-    }
-    cJSON_Delete(tree);
-    return result;
-}
-
-// The names of the root members of document `text`, in order.
-inline std::vector<std::string> section_names(const std::string &text)
-{
-    std::vector<std::string> names;
-    cJSON *tree = cJSON_Parse(text.c_str());
-    const cJSON *member = nullptr;
-    cJSON_ArrayForEach(member, tree) names.push_back(member->string != nullptr ? member->string : "");
-    cJSON_Delete(tree);
-    return names;
 }
 
 // A system root in a temporary folder, set as VASK_SYSROOT while it lives: the factory default in
@@ -115,26 +62,6 @@ private:
     temp_dir dir_;
     std::string root_;
 };
-
-// The lines captured with `message`, as (level, source, line, function) for exact comparison.
-struct line_fields {
-    int level;
-    std::string source;
-    int line;
-    std::string function;
-    std::string message;
-    bool operator==(const line_fields &other) const
-    {
-        return level == other.level && source == other.source && line == other.line && function == other.function &&
-               message == other.message;
-    }
-};
-
-inline std::ostream &operator<<(std::ostream &out, const line_fields &l)
-{
-    return out << "{" << l.level << ", " << l.source << ":" << l.line << ", " << l.function << ", \"" << l.message
-               << "\"}";
-}
 
 inline std::vector<line_fields> fields_of(const std::vector<log_line> &lines)
 {

@@ -15,43 +15,16 @@
 #include <vector>
 
 #include "libvask_external_device.h"
+#include "json_text.h"
 #include "log_capture.h"
 #include "process.h"
 
 namespace vask_test {
 
-inline std::string read_text(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-inline void write_text(const std::string &path, const std::string &text)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-}
-
 // The default microphone control file shipped with the project.
 inline std::string default_mic_document()
 {
-    return read_text(VASK_DEFAULT_MIC_CONFIG);
-}
-
-// `compact` JSON printed as the library prints the file (formatted, tabs), member order and
-// duplicate members kept. Empty when `compact` is not JSON, so that a typo fails the comparison.
-inline std::string formatted(const std::string &compact)
-{
-    cJSON *tree = cJSON_Parse(compact.c_str());
-    if (tree == nullptr)
-        return std::string();
-    char *text = cJSON_Print(tree);
-    std::string result = text != nullptr ? text : "";
-    cJSON_free(text);
-    cJSON_Delete(tree);
-    return result;
+    return read_file(VASK_DEFAULT_MIC_CONFIG);
 }
 
 // A system root in a temporary folder, set as VASK_SYSROOT while it lives; /etc holds the default
@@ -70,8 +43,8 @@ public:
     mic_root &operator=(const mic_root &) = delete;
 
     std::string path() const { return dir_.path() + "/etc/microphone_control.json"; }
-    std::string file() const { return read_text(path()); }
-    void set_file(const std::string &text) const { write_text(path(), text); }
+    std::string file() const { return read_file(path()); }
+    void set_file(const std::string &text) const { write_file(path(), text); }
     // Sets the file to `compact` printed as the library prints it.
     void set_document(const std::string &compact) const
     {

@@ -17,25 +17,19 @@
 #include <vector>
 
 #include "config/config_cycle.h"
+#include "json_text.h"
 #include "log_capture.h"
 #include "process.h"
 #include "tulo_log.h"
 
 namespace rs232_zorvo_test {
 
-inline std::string read_file(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-inline void write_file(const std::string &path, const std::string &text)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-}
+using vask_test::formatted;
+using vask_test::line_fields;
+using vask_test::read_file;
+using vask_test::section_names;
+using vask_test::section_of;
+using vask_test::write_file;
 
 // The path of fixture `name` (e.g. "udev/99-vask-serial.rules").
 inline std::string fixture(const std::string &name)
@@ -47,46 +41,6 @@ inline std::string fixture(const std::string &name)
 inline std::string shipped_default()
 {
     return read_file(fixture("../../data/external_device.json"));
-}
-
-// `compact` JSON printed as the library prints the file (formatted, tabs), member order kept;
-// empty when it is not JSON.
-inline std::string formatted(const std::string &compact)
-{
-    cJSON *tree = cJSON_Parse(compact.c_str());
-    if (tree == nullptr)
-        return std::string();
-    char *text = cJSON_Print(tree);
-    std::string result = text != nullptr ? text : "";
-    cJSON_free(text);
-    cJSON_Delete(tree);
-    return result;
-}
-
-// The formatted text of root member `name` of document `text`, or "<missing>".
-inline std::string section_of(const std::string &text, const std::string &name)
-{
-    cJSON *tree = cJSON_Parse(text.c_str());
-    const cJSON *section = cJSON_GetObjectItemCaseSensitive(tree, name.c_str());
-    std::string result = "<missing>";
-    if (section != nullptr) {
-        char *printed = cJSON_Print(section);
-        result = printed != nullptr ? printed : "";
-        cJSON_free(printed);
-    }
-    cJSON_Delete(tree);
-    return result;
-}
-
-// The names of the root members of document `text`, in order.
-inline std::vector<std::string> section_names(const std::string &text)
-{
-    std::vector<std::string> names;
-    cJSON *tree = cJSON_Parse(text.c_str());
-    const cJSON *member = nullptr;
-    cJSON_ArrayForEach(member, tree) names.push_back(member->string != nullptr ? member->string : "");
-    cJSON_Delete(tree);
-    return names;
 }
 
 // A system root in a temporary folder, set as VASK_SYSROOT while it lives, laid out as on the box:
@@ -132,25 +86,6 @@ inline void install_fixture(const sysroot &root, const std::string &name, const 
 // One expected log line; `line` kAnyLine matches any positive line number (lines whose number is
 // the library's own source line).
 constexpr int kAnyLine = -1;
-struct line_fields {
-    int level;
-    std::string source;
-    int line;
-    std::string function;
-    std::string message;
-    bool operator==(const line_fields &other) const
-    {
-        return level == other.level && source == other.source && line == other.line && function == other.function &&
-               message == other.message;
-    }
-};
-
-inline std::ostream &operator<<(std::ostream &out, const line_fields &l)
-{
-    return out << "{" << l.level << ", " << l.source << ":" << l.line << ", " << l.function << ", \"" << l.message
-               << "\"}";
-}
-
 // Every captured line equals the expected one, in order, and each has module 59.
 inline void expect_lines(const std::vector<vask_test::log_line> &lines, std::vector<line_fields> expected)
 {
