@@ -4,30 +4,23 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "box_files.h"
 #include "commands.h"
 #include "libvask_external_device.h"
 
 namespace edctl {
 namespace {
 
+constexpr const char *kConfiguration = "/etc/external_device.json";
+
 std::string configuration_path()
 {
-    const char *root = getenv("VASK_SYSROOT");
-    return std::string(root != nullptr ? root : "") + "/etc/external_device.json";
+    return vask_tools::box_path(kConfiguration);
 }
 
 json_ptr read_configuration()
 {
-    FILE *file = fopen(configuration_path().c_str(), "rbe");
-    if (file == nullptr)
-        return nullptr;
-    std::string text;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, file)) > 0)
-        text.append(buffer, n);
-    fclose(file);
-    return json_ptr(cJSON_Parse(text.c_str()));
+    return json_ptr(vask_tools::read_box_json(kConfiguration));
 }
 
 // A protocol given by number or by name (the first number with that name).

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "box_files.h"
 #include "libvask_external_device.h"
 #include "sim_protocol.h"
 #include "simulator.h"
@@ -14,18 +15,7 @@ namespace {
 
 json_ptr read_configuration(const char *fixed_path)
 {
-    const char *root = getenv("VASK_SYSROOT");
-    std::string path = std::string(root != nullptr ? root : "") + fixed_path;
-    FILE *file = fopen(path.c_str(), "rbe");
-    if (file == nullptr)
-        return nullptr;
-    std::string text;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, file)) > 0)
-        text.append(buffer, n);
-    fclose(file);
-    return json_ptr(cJSON_Parse(text.c_str()));
+    return json_ptr(vask_tools::read_box_json(fixed_path));
 }
 
 // "gr" and "id" are numbers or strings in the file; compared as text.
