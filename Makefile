@@ -5,7 +5,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 WERROR  ?= OFF
 PREFIX  ?= /usr/local
 
-.PHONY: all deps configure build test demo bench install clean
+.PHONY: all deps configure build test demo bench install package docs fuzz memcheck clean
 
 all: build
 
@@ -34,6 +34,26 @@ bench: deps
 # environment.
 install: build
 	DESTDIR="$(DESTDIR)" cmake --install $(BUILD)
+
+# The three Debian packages, built with CPack from this build; the .deb files land in $(BUILD)/packages.
+package: deps
+	$(MAKE) --no-print-directory build
+	scripts/package $(BUILD)
+
+# The API reference from the public headers, into build/docs (needs doxygen).
+docs:
+	scripts/docs build/docs
+
+# Each fuzz target for FUZZ_SECONDS (default 60) in a clang build of its own, build/fuzz.
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	scripts/fuzz build/fuzz $(FUZZ_SECONDS)
+
+# The test suite under valgrind memcheck; MEMCHECK_TESTS narrows it with a ctest -R regex.
+MEMCHECK_TESTS ?=
+memcheck: deps
+	$(MAKE) --no-print-directory build
+	scripts/memcheck $(BUILD) '$(MEMCHECK_TESTS)'
 
 clean:
 	rm -rf build
