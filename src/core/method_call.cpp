@@ -41,9 +41,14 @@ int ed_method_call(const char *method, cJSON *request, cJSON **reply)
     int code = bus_method_call_sync(current_client(), kServiceName, method, body.get(),
                                     body ? static_cast<int>(strlen(body.get())) : 0, buffer,
                                     &reply_length, kCallTimeoutS);
-    if (reply_length > 0) {
+    return fold_reply(code, buffer, reply_length, reply);
+}
+
+int fold_reply(int code, const char *text, int length, cJSON **reply)
+{
+    if (length > 0) {
         code = -1;
-        json_ptr document(cJSON_Parse(buffer));
+        json_ptr document(cJSON_Parse(text));
         const cJSON *item = cJSON_GetObjectItem(document.get(), "code");
         if (item != nullptr)
             code = item->valueint;

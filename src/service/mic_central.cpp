@@ -2,6 +2,7 @@
 #include "core/internal.h"
 #include "core/method_call.h"
 #include "core/record_fields.h"
+#include "service/service_replies.h"
 
 namespace vask_ed {
 namespace {
@@ -19,6 +20,18 @@ void read_mic_node(const cJSON *element, mic_node &node)
 }
 
 } // namespace
+
+void read_connection_state(const cJSON *reply, int *state)
+{
+    const cJSON *isconnect = cJSON_GetObjectItem(reply, "isconnect");
+    *state = isconnect != nullptr ? isconnect->valueint : 0;
+}
+
+void read_mic_on_list(const cJSON *reply, std::vector<mic_node> *list)
+{
+    append_records(reply, "mic_on_list", list, read_mic_node);
+}
+
 } // namespace vask_ed
 
 using namespace vask_ed;
@@ -54,17 +67,14 @@ ED_API int ed_get_mic_central_connection_state(int *state)
                            "ed_get_mic_central_connection_state");
     if (state == nullptr)
         return -1;
-    return call_reading_reply("get_mic_connection_state", nullptr, [state](const cJSON *reply) {
-        const cJSON *isconnect = cJSON_GetObjectItem(reply, "isconnect");
-        *state = isconnect != nullptr ? isconnect->valueint : 0;
-    });
+    return call_reading_reply("get_mic_connection_state", nullptr,
+                              [state](const cJSON *reply) { read_connection_state(reply, state); });
 }
 
 ED_API int ed_get_mic_on_list(std::vector<mic_node> *list)
 {
     if (list == nullptr)
         return -1;
-    return call_reading_reply("get_microphone_on_list", nullptr, [list](const cJSON *reply) {
-        append_records(reply, "mic_on_list", list, read_mic_node);
-    });
+    return call_reading_reply("get_microphone_on_list", nullptr,
+                              [list](const cJSON *reply) { read_mic_on_list(reply, list); });
 }

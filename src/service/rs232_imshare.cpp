@@ -2,6 +2,7 @@
 #include "core/internal.h"
 #include "core/method_call.h"
 #include "core/record_fields.h"
+#include "service/service_replies.h"
 
 namespace vask_ed {
 namespace {
@@ -21,6 +22,18 @@ void read_rs232_device(const cJSON *element, external_rs232_info &device)
 }
 
 } // namespace
+
+void read_rs232_device_list(const cJSON *reply, std::vector<external_rs232_info> *list)
+{
+    append_records(reply, "rs232_list", list, read_rs232_device);
+}
+
+void read_imshare_info(const cJSON *reply, imshare_info *info)
+{
+    const cJSON *hid = cJSON_GetObjectItem(reply, "hid");
+    info->hid = hid != nullptr && hid->valueint != 0;
+}
+
 } // namespace vask_ed
 
 using namespace vask_ed;
@@ -29,9 +42,8 @@ ED_API int ed_get_external_rs232_device_list(std::vector<external_rs232_info> *l
 {
     if (list == nullptr)
         return -1;
-    return call_reading_reply("get_ex_rs232_device_list", nullptr, [list](const cJSON *reply) {
-        append_records(reply, "rs232_list", list, read_rs232_device);
-    });
+    return call_reading_reply("get_ex_rs232_device_list", nullptr,
+                              [list](const cJSON *reply) { read_rs232_device_list(reply, list); });
 }
 
 ED_API int ed_get_imshare_info(imshare_info *info)
@@ -40,10 +52,8 @@ ED_API int ed_get_imshare_info(imshare_info *info)
                            "ed_get_imshare_info");
     if (info == nullptr)
         return -1;
-    return call_reading_reply("get_imshare_info", nullptr, [info](const cJSON *reply) {
-        const cJSON *hid = cJSON_GetObjectItem(reply, "hid");
-        info->hid = hid != nullptr && hid->valueint != 0;
-    });
+    return call_reading_reply("get_imshare_info", nullptr,
+                              [info](const cJSON *reply) { read_imshare_info(reply, info); });
 }
 
 ED_API int ed_set_imshare_info(imshare_info info)

@@ -2,6 +2,7 @@
 #include "core/internal.h"
 #include "core/method_call.h"
 #include "core/record_fields.h"
+#include "service/service_replies.h"
 
 namespace vask_ed {
 namespace {
@@ -18,12 +19,16 @@ int call_voting(const char *method, ed_voting_info *info)
 {
     if (info == nullptr)
         return ed_method_call(method, nullptr, nullptr);
-    return call_reading_reply(method, nullptr, [info](const cJSON *reply) {
-        read_int_fields(cJSON_GetObjectItem(reply, "voting_results"), kVotingFields, *info);
-    });
+    return call_reading_reply(method, nullptr, [info](const cJSON *reply) { read_voting_results(reply, info); });
 }
 
 } // namespace
+
+void read_voting_results(const cJSON *reply, ed_voting_info *info)
+{
+    read_int_fields(cJSON_GetObjectItem(reply, "voting_results"), kVotingFields, *info);
+}
+
 } // namespace vask_ed
 
 using namespace vask_ed;
