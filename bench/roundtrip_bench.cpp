@@ -1,171 +1,237 @@
-// Round trip of one method call: the library and its bus against raw libmosquitto request/reply with
-// the same topics, properties and QoS, all through one private broker in the same run.
+// Round trip of one method call, per call (p50_us, p99_us), all in one run:
+//   Library  the library's operation against external-device-sim over the bus;
+//   Bus      bus_method_call_sync against the same simulator (the bus without the library);
+//   RawMqtt  a hand-written libmosquitto requester against a hand-written responder process;
+//   SdBus    sd_bus_call_method against an sd-bus responder process on a private dbus-daemon;
+//   GDBus    g_dbus_connection_call_sync against a GDBus responder process on the same daemon.
+// Each for two operations with the library's own payloads: get_voting (no body, the voting reply)
+// and set_imshare (body {"hid":true}, reply {"code":0}); the baselines answer the simulator's texts.
 #include <benchmark/benchmark.h>
-#include <condition_variable>
-#include <cstring>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
-#include <mosquitto.h>
-#include <mqtt_protocol.h>
-#include <mutex>
 #include <string>
+#include <unistd.h>
+#include <vector>
 
-#include "broker.h"
+#include "baseline/mqtt_requester.h"
+#include "call_samples.h"
+#include "dbus/dbus_callers.h"
+#include "dbus/dbus_names.h"
+#include "dbus/private_bus.h"
 #include "libvask_external_device.h"
+#include "process.h"
+#include "sim_process.h"
 #include "vask_bus.h"
 
 namespace {
 
-const char kVotingReply[] =
-    "{\"code\":0,\"voting_results\":{\"Status\":2,\"Agree\":5,\"Disagree\":3,\"Abandon\":1,\"Total\":9,\"Time\":30}}";
+using namespace std::chrono_literals;
+using namespace vask_bench;
 
-std::unique_ptr<vask_test::broker> g_broker;
+constexpr int kTimeoutS = 8; // what the library passes on every call
+constexpr int kDefaultCalls = 5000;
+// As long as "external_device" and "libvaskexternal_device", so that the raw requests carry topics
+// and response topics of the same length as the library's.
+constexpr const char *kRawService = "raw_mqtt_device";
+constexpr const char *kRawClientName = "rawmqttexternal_device";
 
-int answer(bus_client *, void *, const char *, const char *, int, char *reply, int)
-{
-    memcpy(reply, kVotingReply, sizeof kVotingReply - 1);
-    return static_cast<int>(sizeof kVotingReply - 1);
-}
-
-// The "external_device" service on the bus, answering every method with a voting reply.
-struct bus_service {
-    bus_client *client = nullptr;
-    bus_service()
-    {
-        bus_init();
-        client = bus_client_new("bench_service");
-        bus_service_register(client, "external_device", answer, nullptr);
-        bus_connect(client, 0);
-    }
-    ~bus_service()
-    {
-        bus_client_free(client);
-        bus_cleanup();
-    }
+struct operation {
+    const char *name;
+    const char *method;
+    std::string body;  // as the library prints it
+    bool (*library)(); // the library's operation that sends it
+    std::string reply; // as the simulator answers it, read at start-up
 };
 
-// Raw libmosquitto: a responder and a requester, each with the library's own network thread.
-struct raw_pair {
-    mosquitto *responder = nullptr;
-    mosquitto *requester = nullptr;
-    std::mutex mutex;
-    std::condition_variable replied;
-    bool done = false;
-
-    static mosquitto *client(const char *id, void *self)
-    {
-        mosquitto *m = mosquitto_new(id, true, self);
-        mosquitto_int_option(m, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
-        mosquitto_int_option(m, MOSQ_OPT_TCP_NODELAY, 1);
-        return m;
-    }
-
-    raw_pair()
-    {
-        mosquitto_lib_init();
-        responder = client("raw_responder", this);
-        requester = client("raw_requester", this);
-        mosquitto_message_v5_callback_set(responder, [](mosquitto *m, void *, const mosquitto_message *,
-                                                        const mosquitto_property *properties) {
-            char *topic = nullptr;
-            void *correlation = nullptr;
-            uint16_t length = 0;
-            mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &topic, false);
-            mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &correlation, &length, false);
-            mosquitto_property *reply_properties = nullptr;
-            mosquitto_property_add_binary(&reply_properties, MQTT_PROP_CORRELATION_DATA, correlation, length);
-            mosquitto_publish_v5(m, nullptr, topic, sizeof kVotingReply - 1, kVotingReply, 0, false, reply_properties);
-            mosquitto_property_free_all(&reply_properties);
-            free(topic);
-            free(correlation);
-        });
-        mosquitto_message_v5_callback_set(requester, [](mosquitto *, void *user, const mosquitto_message *,
-                                                        const mosquitto_property *) {
-            auto *self = static_cast<raw_pair *>(user);
-            std::lock_guard<std::mutex> hold(self->mutex);
-            self->done = true;
-            self->replied.notify_one();
-        });
-        for (mosquitto *m : {responder, requester}) {
-            mosquitto_connect_bind_v5(m, "127.0.0.1", g_broker->port(), 30, nullptr, nullptr);
-            mosquitto_loop_start(m);
-        }
-        int mid = 0;
-        mosquitto_subscribe_v5(responder, &mid, "raw_service/method/+", 0, 0, nullptr);
-        mosquitto_subscribe_v5(requester, &mid, "bus/reply/raw_requester", 0, 0, nullptr);
-    }
-
-    void call()
-    {
-        static const unsigned char correlation[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
-        mosquitto_property *properties = nullptr;
-        mosquitto_property_add_string(&properties, MQTT_PROP_RESPONSE_TOPIC, "bus/reply/raw_requester");
-        mosquitto_property_add_binary(&properties, MQTT_PROP_CORRELATION_DATA, correlation, sizeof correlation);
-        mosquitto_property_add_int32(&properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, 8);
-        std::unique_lock<std::mutex> lock(mutex);
-        done = false;
-        mosquitto_publish_v5(requester, nullptr, "raw_service/method/query_voting", 0, nullptr, 0, false, properties);
-        mosquitto_property_free_all(&properties);
-        replied.wait_for(lock, std::chrono::seconds(8), [this] { return done; });
-    }
-
-    ~raw_pair()
-    {
-        for (mosquitto *m : {responder, requester}) {
-            mosquitto_disconnect(m);
-            mosquitto_loop_stop(m, false);
-            mosquitto_destroy(m);
-        }
-        mosquitto_lib_cleanup();
-    }
-};
-
-void RawMosquittoRoundTrip(benchmark::State &state)
+bool get_voting()
 {
-    raw_pair pair;
-    pair.call(); // subscriptions settled
-    for (auto _ : state)
-        pair.call();
-}
-
-void BusMethodCall(benchmark::State &state)
-{
-    bus_service service;
-    bus_client *client = bus_client_new("bench_client");
-    bus_connect(client, 0);
-    char reply[BUS_REPLY_MAX];
-    int length = 0;
-    for (auto _ : state) {
-        if (bus_method_call_sync(client, "external_device", "query_voting", nullptr, 0, reply, &length, 8) != BUS_OK)
-            state.SkipWithError("call failed");
-    }
-    bus_client_free(client);
-}
-
-void LibraryGetVoting(benchmark::State &state)
-{
-    bus_service service;
-    ed_init();
     ed_voting_info info{};
-    for (auto _ : state) {
-        if (ed_get_voting(info) != 0)
-            state.SkipWithError("ed_get_voting failed");
+    return ed_get_voting(info) == 0;
+}
+
+bool set_imshare()
+{
+    imshare_info info{};
+    info.hid = true;
+    return ed_set_imshare_info(info) == 0;
+}
+
+std::vector<operation> g_operations = {
+    {"get_voting", "query_voting", "", get_voting, ""},
+    {"set_imshare", "set_imshare_info", "{\"hid\":true}", set_imshare, ""},
+};
+
+struct environment {
+    simulated_box box; // the broker and the simulator
+    vask_test::child_process mqtt_responder;
+    private_bus dbus;
+    vask_test::child_process sdbus_responder;
+    vask_test::child_process gdbus_responder;
+    bus_client *client = nullptr;
+    std::unique_ptr<mqtt_requester> raw;
+    std::unique_ptr<sdbus_caller> sdbus;
+    std::unique_ptr<gdbus_caller> gdbus;
+
+    std::string start();
+    void stop();
+};
+
+std::unique_ptr<environment> g_env;
+
+std::string client_id(const char *name)
+{
+    char id[96];
+    snprintf(id, sizeof id, "%s-%d-%08x", name, static_cast<int>(getpid()), static_cast<unsigned>(random()));
+    return id;
+}
+
+std::vector<std::string> reply_arguments()
+{
+    std::vector<std::string> arguments;
+    for (const operation &op : g_operations)
+        arguments.push_back(std::string(op.method) + "=" + op.reply);
+    return arguments;
+}
+
+bool start_responder(vask_test::child_process &process, std::vector<std::string> argv, const std::string &log)
+{
+    for (const std::string &argument : reply_arguments())
+        argv.push_back(argument);
+    return process.start(argv, {}, log) && process.wait_for_line("ready", 10s);
+}
+
+// Returns an empty text when everything runs, else what did not.
+std::string environment::start()
+{
+    if (!box.ready())
+        return "the broker and the simulator did not start";
+    setenv("VASK_SYSROOT", box.root().c_str(), 1);
+    if (ed_init() != 0)
+        return "ed_init failed";
+    client = bus_client_new("bench_client");
+    if (client == nullptr || bus_connect(client, 0) != BUS_OK)
+        return "the bus client did not connect";
+    for (operation &op : g_operations) {
+        char reply[BUS_REPLY_MAX];
+        int length = 0;
+        if (bus_method_call_sync(client, "external_device", op.method, op.body.data(),
+                                 static_cast<int>(op.body.size()), reply, &length, kTimeoutS) != BUS_OK)
+            return std::string("the simulator does not answer ") + op.method;
+        op.reply.assign(reply, static_cast<size_t>(length));
     }
+    std::string logs = box.root() + "/";
+    if (!start_responder(mqtt_responder, {VASK_MQTT_RESPONDER, std::to_string(box.broker_port()), kRawService},
+                         logs + "mqtt_responder.log"))
+        return "mqtt_responder did not start";
+    raw = std::make_unique<mqtt_requester>(box.broker_port(), client_id(kRawClientName));
+    if (!raw->ready())
+        return "the raw MQTT requester did not connect";
+    if (!dbus.started())
+        return "dbus-daemon did not start";
+    if (!start_responder(sdbus_responder, {VASK_SDBUS_RESPONDER, dbus.address(), kSdBusName},
+                         logs + "sdbus_responder.log") ||
+        !start_responder(gdbus_responder, {VASK_GDBUS_RESPONDER, dbus.address(), kGDBusName},
+                         logs + "gdbus_responder.log"))
+        return "a D-Bus responder did not start";
+    sdbus = std::make_unique<sdbus_caller>(dbus.address());
+    gdbus = std::make_unique<gdbus_caller>(dbus.address());
+    if (!sdbus->connected() || !gdbus->connected())
+        return "a D-Bus caller did not connect";
+    return std::string();
+}
+
+void environment::stop()
+{
+    sdbus.reset();
+    gdbus.reset();
+    raw.reset();
+    for (vask_test::child_process *process : {&gdbus_responder, &sdbus_responder, &mqtt_responder})
+        if (process->running())
+            process->stop(SIGTERM);
+    bus_client_free(client);
     ed_release();
 }
 
-BENCHMARK(RawMosquittoRoundTrip)->UseRealTime();
-BENCHMARK(BusMethodCall)->UseRealTime();
-BENCHMARK(LibraryGetVoting)->UseRealTime();
+void library_call(benchmark::State &state, const operation *op)
+{
+    measure_calls(state, op->library);
+}
+
+void bus_call(benchmark::State &state, const operation *op)
+{
+    char reply[BUS_REPLY_MAX];
+    int length = 0;
+    measure_calls(state, [&] {
+        return bus_method_call_sync(g_env->client, "external_device", op->method, op->body.data(),
+                                    static_cast<int>(op->body.size()), reply, &length, kTimeoutS) == BUS_OK &&
+               op->reply.compare(0, std::string::npos, reply, static_cast<size_t>(length)) == 0;
+    });
+}
+
+void raw_mqtt_call(benchmark::State &state, const operation *op)
+{
+    std::string topic = std::string(kRawService) + "/method/" + op->method;
+    std::string reply;
+    measure_calls(
+        state, [&] { return g_env->raw->call(topic, op->body, reply, kTimeoutS) && reply == op->reply; });
+}
+
+void sdbus_call(benchmark::State &state, const operation *op)
+{
+    std::string reply;
+    measure_calls(state, [&] {
+        return g_env->sdbus->call(kSdBusName, op->method, op->body, reply) && reply == op->reply;
+    });
+}
+
+void gdbus_call(benchmark::State &state, const operation *op)
+{
+    std::string reply;
+    measure_calls(state, [&] {
+        return g_env->gdbus->call(kGDBusName, op->method, op->body, reply) && reply == op->reply;
+    });
+}
+
+int calls_per_case()
+{
+    const char *text = getenv("VASK_BENCH_CALLS");
+    int calls = text != nullptr ? atoi(text) : 0;
+    return calls > 0 ? calls : kDefaultCalls;
+}
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    g_broker = std::make_unique<vask_test::broker>();
-    setenv("VASK_BUS_URL", g_broker->url().c_str(), 1);
     benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 2;
+    srandom(static_cast<unsigned>(getpid()));
+    g_env = std::make_unique<environment>();
+    std::string failure = g_env->start();
+    if (!failure.empty()) {
+        fprintf(stderr, "roundtrip_bench: %s\n", failure.c_str());
+        g_env->stop();
+        return 1;
+    }
+    const struct {
+        const char *name;
+        void (*run)(benchmark::State &, const operation *);
+    } transports[] = {
+        {"Library", library_call}, {"Bus", bus_call}, {"RawMqtt", raw_mqtt_call},
+        {"SdBus", sdbus_call},     {"GDBus", gdbus_call},
+    };
+    int calls = calls_per_case();
+    for (const operation &op : g_operations)
+        for (const auto &transport : transports)
+            benchmark::RegisterBenchmark((std::string(transport.name) + "/" + op.name).c_str(), transport.run, &op)
+                ->Iterations(calls)
+                ->UseRealTime()
+                ->Unit(benchmark::kMicrosecond);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    g_broker.reset();
+    g_env->stop();
+    g_env.reset();
     return 0;
 }

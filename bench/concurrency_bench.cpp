@@ -1,0 +1,75 @@
+// Calls per second when 1, 2, 4 and 8 application threads read the vote at once through the
+// library's one bus client, against the simulator in a process of its own on a private broker.
+// A call spends most of its time waiting on other processes (the broker, the simulator), so more
+// threads should overlap those waits: the library must not serialize its callers. The same calls
+// made straight on a bus client show what the bus itself allows.
+//
+// On a machine with few CPUs the threads soon use them all, and the rate is then set by the CPU
+// that one call costs in all three processes (this one, the broker, the simulator): each benchmark
+// reports it as `cpu_us_per_call`, so that a rate that stops growing can be told apart from a
+// caller that waits for another.
+#include <benchmark/benchmark.h>
+#include <memory>
+
+#include "libvask_external_device.h"
+#include "sim_process.h"
+#include "vask_bus.h"
+
+namespace {
+
+std::unique_ptr<vask_bench::simulated_box> g_box;
+bus_client *g_bus_caller = nullptr;
+
+// Runs `call` (true on success) in every thread's loop; the first thread also measures the CPU the
+// calls of all threads cost, between the start and the end of the timed loop, which all threads
+// enter and leave together.
+template <typename Call>
+void run_calls(benchmark::State &state, Call call)
+{
+    double cpu_start = state.thread_index() == 0 ? vask_bench::box_cpu_seconds() : 0;
+    for (auto _ : state) {
+        if (!call()) {
+            state.SkipWithError("call failed");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+    if (state.thread_index() == 0)
+        state.counters["cpu_us_per_call"] =
+            benchmark::Counter((vask_bench::box_cpu_seconds() - cpu_start) * 1e6 /
+                               static_cast<double>(state.iterations() * state.threads()));
+}
+
+void LibraryGetVoting(benchmark::State &state)
+{
+    ed_voting_info info{};
+    run_calls(state, [&info] { return ed_get_voting(info) == 0; });
+}
+
+// The same request and reply on a bus client of the benchmark's own, without the library.
+void BusQueryVoting(benchmark::State &state)
+{
+    char reply[BUS_REPLY_MAX];
+    int length = 0;
+    run_calls(state, [&] {
+        return bus_method_call_sync(g_bus_caller, "external_device", "query_voting", nullptr, 0, reply, &length,
+                                    8) == BUS_OK;
+    });
+}
+
+BENCHMARK(LibraryGetVoting)->ThreadRange(1, 8)->UseRealTime()->MeasureProcessCPUTime();
+BENCHMARK(BusQueryVoting)->ThreadRange(1, 8)->UseRealTime()->MeasureProcessCPUTime();
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    return vask_bench::run_against_box(argc, argv, g_box, [] {
+        g_bus_caller = bus_client_new("bench_caller");
+        if (bus_connect(g_bus_caller, 0) != BUS_OK)
+            return 1;
+        benchmark::RunSpecifiedBenchmarks();
+        bus_client_free(g_bus_caller);
+        return 0;
+    });
+}

@@ -1,0 +1,155 @@
+// A private broker and external-device-sim in a process of its own, for the benchmarks that measure
+// the library against the simulated box, with a client of the simulator's control service.
+#ifndef VASK_BENCH_SIM_PROCESS_H
+#define VASK_BENCH_SIM_PROCESS_H
+
+#include <benchmark/benchmark.h>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <string>
+#include <unistd.h>
+
+#include "broker.h"
+#include "libvask_external_device.h"
+#include "process.h"
+#include "sim_protocol.h"
+#include "tulo_log.h"
+#include "vask_bus.h"
+
+namespace vask_bench {
+
+// CPU seconds (user and system) used so far by process `pid`, or 0 when it cannot be read.
+inline double process_cpu_seconds(pid_t pid, pid_t *parent = nullptr)
+{
+    // Plain read(2): a process that exits meanwhile makes the read fail (ESRCH), which a stream
+    // would turn into an exception.
+    char buffer[1024];
+    int fd = ::open(("/proc/" + std::to_string(pid) + "/stat").c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return 0;
+    ssize_t length = ::read(fd, buffer, sizeof buffer - 1);
+    ::close(fd);
+    if (length <= 0)
+        return 0;
+    std::string text(buffer, static_cast<size_t>(length));
+    size_t end_of_name = text.rfind(')');
+    if (end_of_name == std::string::npos)
+        return 0;
+    // After the name: state, ppid, then eleven fields up to utime and stime.
+    char state = 0;
+    long ppid = 0;
+    unsigned long utime = 0;
+    unsigned long stime = 0;
+    if (sscanf(text.c_str() + end_of_name + 1, " %c %ld %*d %*d %*d %*d %*u %*u %*u %*u %*u %lu %lu", &state, &ppid,
+               &utime, &stime) != 4)
+        return 0;
+    if (parent != nullptr)
+        *parent = static_cast<pid_t>(ppid);
+    return static_cast<double>(utime + stime) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+// CPU seconds used so far by this process and its children (the broker and the simulator): the
+// whole cost of the calls or signals measured, whichever process it falls in. Clock-tick
+// resolution, so meant for runs of many operations.
+inline double box_cpu_seconds()
+{
+    double total = process_cpu_seconds(getpid());
+    DIR *proc = opendir("/proc");
+    if (proc == nullptr)
+        return total;
+    while (const dirent *entry = readdir(proc)) {
+        char *end = nullptr;
+        long pid = strtol(entry->d_name, &end, 10);
+        if (end == entry->d_name || *end != '\0' || pid == getpid())
+            continue;
+        pid_t parent = 0;
+        double used = process_cpu_seconds(static_cast<pid_t>(pid), &parent);
+        if (parent == getpid())
+            total += used;
+    }
+    closedir(proc);
+    return total;
+}
+
+class simulated_box {
+public:
+    // Starts the broker and the simulator (logging to a file in its system root) and connects the
+    // control client; VASK_BUS_URL names the broker from then on. ready() tells whether all of it
+    // came up.
+    simulated_box()
+    {
+        setenv("VASK_BUS_URL", broker_.url().c_str(), 1);
+        if (!broker_.started() ||
+            !sim_.start({VASK_SIM, "--foreground", "--bus", broker_.url(), "--root", root_.path()}, {},
+                        root_.path() + "/sim.log") ||
+            !sim_.wait_for_line(vask_sim::kReadyLine, std::chrono::seconds(10))) {
+            fprintf(stderr, "cannot start the broker and %s\n", VASK_SIM);
+            return;
+        }
+        if (bus_init() != BUS_OK)
+            return;
+        bus_ready_ = true;
+        control_ = bus_client_new("bench_control");
+        ready_ = control_ != nullptr && bus_connect(control_, 0) == BUS_OK;
+    }
+    ~simulated_box()
+    {
+        if (bus_ready_) {
+            bus_client_free(control_);
+            bus_cleanup();
+        }
+        if (sim_.running())
+            sim_.stop(SIGTERM);
+    }
+    simulated_box(const simulated_box &) = delete;
+    simulated_box &operator=(const simulated_box &) = delete;
+
+    bool ready() const { return ready_; }
+    const std::string &root() const { return root_.path(); }
+    int broker_port() const { return broker_.port(); }
+
+    // Calls `method` of the simulator's control service; the reply text, or "" on failure.
+    std::string control(const char *method, const std::string &body, int timeout_s = 30)
+    {
+        char reply[BUS_REPLY_MAX];
+        int length = 0;
+        int rc = bus_method_call_sync(control_, vask_sim::kControlService, method, body.data(),
+                                      static_cast<int>(body.size()), reply, &length, timeout_s);
+        return rc == BUS_OK ? std::string(reply, static_cast<size_t>(length)) : std::string();
+    }
+
+private:
+    vask_test::broker broker_;
+    vask_test::temp_dir root_;
+    vask_test::child_process sim_;
+    bool bus_ready_ = false;
+    bool ready_ = false;
+    bus_client *control_ = nullptr;
+};
+
+// The main of a benchmark program against the simulated box: starts `box`, opens the library on
+// it, runs `body` (which runs the benchmarks and returns the exit status), then closes it all. 1
+// when the box or the library cannot be started.
+template <typename Body>
+int run_against_box(int argc, char **argv, std::unique_ptr<simulated_box> &box, Body body)
+{
+    benchmark::Initialize(&argc, argv);
+    TULO_LOG_set_level(0);
+    box = std::make_unique<simulated_box>();
+    if (!box->ready() || ed_init() != 0)
+        return 1;
+    int status = body();
+    benchmark::Shutdown();
+    ed_release();
+    box.reset();
+    return status;
+}
+
+} // namespace vask_bench
+
+#endif
