@@ -4,8 +4,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
 #include <mqtt_protocol.h>
 #include <sys/random.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <unordered_set>
 
@@ -32,6 +35,50 @@ uint64_t random_seed()
         seed = static_cast<uint64_t>(steady::now().time_since_epoch().count()) ^
                (static_cast<uint64_t>(getpid()) << 32);
     return seed;
+}
+
+// libmosquitto 2.0.11 opens its sockets without close-on-exec: the pair that wakes its loop (in
+// mosquitto_new) and the broker connection (at each connect). Every program the application starts
+// (the library's shell commands among them) would inherit them, and could hold the broker
+// connection open after this process has let it go.
+void set_close_on_exec(int fd)
+{
+    int flags = fcntl(fd, F_GETFD);
+    if (flags >= 0 && (flags & FD_CLOEXEC) == 0)
+        fcntl(fd, F_SETFD, flags | FD_CLOEXEC);
+}
+
+// The process's sockets, as "<fd> socket:[<inode>]".
+std::set<std::string> open_sockets()
+{
+    std::set<std::string> sockets;
+    DIR *dir = opendir("/proc/self/fd");
+    if (dir == nullptr)
+        return sockets;
+    while (const dirent *entry = readdir(dir)) {
+        char target[64];
+        ssize_t length = readlinkat(dirfd(dir), entry->d_name, target, sizeof target);
+        if (length > 7 && memcmp(target, "socket:", 7) == 0)
+            sockets.insert(std::string(entry->d_name) + " " + std::string(target, static_cast<size_t>(length)));
+    }
+    closedir(dir);
+    return sockets;
+}
+
+// Marks the local sockets that appeared since `before` close-on-exec: mosquitto_new's pair, whose
+// numbers nothing else tells. A local socket another thread of the application opens in that very
+// instant is marked too: the lesser harm, against a pair leaking into every program started later.
+void close_new_local_sockets_on_exec(const std::set<std::string> &before)
+{
+    for (const std::string &entry : open_sockets()) {
+        if (before.count(entry) != 0)
+            continue;
+        int fd = atoi(entry.c_str());
+        int domain = 0;
+        socklen_t length = sizeof domain;
+        if (getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &length) == 0 && domain == AF_UNIX)
+            set_close_on_exec(fd);
+    }
 }
 
 void on_connect(mosquitto *, void *obj, int rc, int, const mosquitto_property *)
@@ -110,6 +157,8 @@ void network_main(bus_client *client, broker_address address)
         lock.unlock();
         int rc = mosquitto_connect_bind_v5(client->mosq, address.host.c_str(), address.port,
                                            kKeepaliveS, nullptr, properties);
+        if (rc == MOSQ_ERR_SUCCESS)
+            set_close_on_exec(mosquitto_socket(client->mosq));
         bool stop_sent = false;
         while (rc == MOSQ_ERR_SUCCESS) {
             rc = mosquitto_loop(client->mosq, kLoopTimeoutMs, 1);
@@ -265,7 +314,9 @@ extern "C" bus_client *bus_client_new(const char *name)
         if (ns != nullptr && *ns != '\0')
             client->wire_prefix = std::string(ns) + "/";
         client->reply_topic = wire(client, "bus/reply/" + client->client_id);
+        std::set<std::string> sockets_before = open_sockets();
         client->mosq = mosquitto_new(client->client_id.c_str(), false, client);
+        close_new_local_sockets_on_exec(sockets_before);
         if (client->mosq == nullptr) {
             delete client;
             return nullptr;

@@ -13,6 +13,12 @@ namespace {
 constexpr const char *kDefaultConfig = "/usr/share/vask/etc/external_device.json";
 constexpr const char *kWritableConfig = "/var/lib/vask/etc/external_device.json";
 
+// A system root given as a relative path may start with '-': cp would take it for options.
+std::string operand(const std::string &path)
+{
+    return path.compare(0, 1, "-") == 0 ? "./" + path : path;
+}
+
 // Runs while the caller holds the configuration lock. The copy is not checked again: a broken
 // default stays broken, as on the box.
 void restore_default(const config_call &call)
@@ -28,7 +34,8 @@ std::string default_restore_command()
     const char *root = secure_getenv("VASK_SYSROOT");
     if (root == nullptr || *root == '\0')
         return std::string("cp ") + kDefaultConfig + " " + kWritableConfig;
-    return "cp " + shell_quote(system_path(kDefaultConfig)) + " " + shell_quote(system_path(kWritableConfig));
+    return "cp " + shell_quote(operand(system_path(kDefaultConfig))) + " " +
+           shell_quote(operand(system_path(kWritableConfig)));
 }
 
 } // namespace vask_ed

@@ -72,9 +72,12 @@ bool child_process::start(const std::vector<std::string> &argv, const std::vecto
             _exit(127);
         dup2(pipe_fds[1], STDOUT_FILENO);
         if (!stderr_file.empty()) {
-            int err = open(stderr_file.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-            if (err >= 0)
+            // Close-on-exec, and closed once duplicated: the program gets it as stderr only.
+            int err = open(stderr_file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+            if (err >= 0 && err != STDERR_FILENO) {
                 dup2(err, STDERR_FILENO);
+                close(err);
+            }
         }
         execve(arg_ptrs[0], arg_ptrs.data(), env.data());
         _exit(127);
