@@ -17,13 +17,15 @@
 #include <vector>
 
 #include "broker.h"
+#include "example_build.h"
 #include "process.h"
 
 namespace {
 
+using vask_test::describe;
+using vask_test::example_names;
 using vask_test::run_program;
 
-const char *const kExamples[] = {"mic_monitor", "voting_console", "projector_setup", "room_snapshot"};
 const char *const kLibraries[] = {"libvask_external_device", "libvask_bus", "libtulo_log"};
 
 std::string read_file(const std::string &path)
@@ -50,11 +52,6 @@ std::string link_target(const std::string &path)
     char buffer[4096];
     ssize_t n = readlink(path.c_str(), buffer, sizeof buffer);
     return n > 0 ? std::string(buffer, static_cast<size_t>(n)) : std::string();
-}
-
-std::string describe(const vask_test::run_result &r)
-{
-    return "exit " + std::to_string(r.exit_code) + "\nstdout:\n" + r.out + "\nstderr:\n" + r.err;
 }
 
 // Installs this build below `prefix` (with DESTDIR set when `destdir` is not empty).
@@ -308,12 +305,11 @@ protected:
 TEST_F(ExamplesTest, ExamplesBuiltWithPkgConfig_ShouldWorkAgainstTheSimulator)
 {
     const std::string bin = dir_.path() + "/pkg-config-build";
-    auto env = tree_env();
-    env.push_back(std::string("CXXFLAGS=-O1 -Wall -Wextra -Werror ") + VASK_EXAMPLE_FLAGS);
-    auto build = run_program({VASK_MAKE, "-j2", "-f", std::string(VASK_SOURCE_DIR) + "/examples/Makefile", "OUT=" + bin},
-                             env, std::chrono::seconds(120));
+    auto build = vask_test::build_examples_with_pkg_config(VASK_MAKE, VASK_SOURCE_DIR, bin, tree_env(),
+                                                           std::string("-O1 -Wall -Wextra -Werror ") +
+                                                               VASK_EXAMPLE_FLAGS);
     ASSERT_EQ(build.exit_code, 0) << describe(build);
-    for (const char *example : kExamples)
+    for (const auto &example : example_names())
         ASSERT_TRUE(is_executable(bin + "/" + example)) << example;
     run_examples(bin);
 }
@@ -321,14 +317,10 @@ TEST_F(ExamplesTest, ExamplesBuiltWithPkgConfig_ShouldWorkAgainstTheSimulator)
 TEST_F(ExamplesTest, ExamplesBuiltWithTheCMakePackage_ShouldWorkAgainstTheSimulator)
 {
     const std::string bin = dir_.path() + "/cmake-build";
-    auto configure = run_program({VASK_CMAKE, "-S", std::string(VASK_SOURCE_DIR) + "/examples", "-B", bin,
-                                  "-DCMAKE_PREFIX_PATH=" + prefix_, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
-                                  std::string("-DCMAKE_CXX_FLAGS=-Werror ") + VASK_EXAMPLE_FLAGS},
-                                 {}, std::chrono::seconds(60));
-    ASSERT_EQ(configure.exit_code, 0) << describe(configure);
-    auto build = run_program({VASK_CMAKE, "--build", bin, "-j2"}, {}, std::chrono::seconds(120));
+    auto build = vask_test::build_examples_with_cmake(VASK_CMAKE, VASK_SOURCE_DIR, bin, prefix_,
+                                                      std::string("-Werror ") + VASK_EXAMPLE_FLAGS);
     ASSERT_EQ(build.exit_code, 0) << describe(build);
-    for (const char *example : kExamples)
+    for (const auto &example : example_names())
         ASSERT_TRUE(is_executable(bin + "/" + example)) << example;
     run_examples(bin);
 }

@@ -1,18 +1,23 @@
-/* libvask_bus: the box's message bus, on MQTT v5.
+/**
+ * @file vask_bus.h
+ * @brief libvask_bus: the box's message bus, on MQTT v5.
  *
  * A client connects to one broker, calls methods of services synchronously, subscribes to their
  * signals, and may itself provide services and emit signals.
  *
- * Topics (service S, method M, event E; names must be non-empty and free of '/', '+', '#'):
- *   S/method/M   requests, QoS 0, with response topic bus/reply/<client id>, random correlation data
- *                and a message expiry equal to the call's timeout;
- *   S/signal/E   signals, QoS 1;
- *   S/state      presence, retained, QoS 1: "online" on registration, "offline" on unregistration and
- *                as the will of the connection that registered S first.
+ * @par Topics
+ * Service S, method M, event E; names must be non-empty and free of '/', '+', '\#'.
+ * - S/method/M: requests, QoS 0, with response topic bus/reply/\<client id\>, random correlation
+ *   data and a message expiry equal to the call's timeout;
+ * - S/signal/E: signals, QoS 1;
+ * - S/state: presence, retained, QoS 1: "online" on registration, "offline" on unregistration and
+ *   as the will of the connection that registered S first.
  *
- * Results: every int-returning function returns BUS_OK or one of the negative BUS_ERR_* codes.
+ * @par Results
+ * Every int-returning function returns BUS_OK or one of the negative BUS_ERR_* codes.
  *
- * Threads: each connected client runs one network thread (socket I/O; it wakes callers waiting for a
+ * @par Threads
+ * Each connected client runs one network thread (socket I/O; it wakes callers waiting for a
  * reply) and one dispatch thread that runs signal handlers and service method handlers one at a time,
  * in arrival order. Handlers may call any function of this library on any client, including
  * bus_method_call_sync, except the teardown calls that would wait for the handler itself
@@ -21,7 +26,8 @@
  * from any number of threads on one client at once; the other functions of one client should be
  * called from one thread at a time. A client must not be used after bus_client_free.
  *
- * Connection: the broker is named by VASK_BUS_URL ("mqtt://host:port" or "mqtts://host:port" for TLS;
+ * @par Connection
+ * The broker is named by VASK_BUS_URL ("mqtt://host:port" or "mqtts://host:port" for TLS;
  * default mqtt://127.0.0.1:1883), with VASK_BUS_USERNAME / VASK_BUS_PASSWORD and VASK_BUS_CAFILE.
  * VASK_BUS_NAMESPACE (read by bus_client_new), when set, is put in front of every topic of the client
  * ("room12/external_device/method/M", reply topics and presence included), so that the boxes of
@@ -30,6 +36,7 @@
  * subscribes again to everything it had; its session outlives a short outage so that QoS 1 signals
  * are not lost. Deadlines use the monotonic clock, so setting the box's clock does not change them.
  *
+ * @par Logging
  * Log lines of this library use module 58 and source name "vask_bus" (see tulo_log.h).
  */
 #ifndef VASK_BUS_H
@@ -39,127 +46,172 @@
 extern "C" {
 #endif
 
+/** @def VASK_BUS_API
+ * Marks a function of the bus library's interface: exported from libvask_bus.so.0 (with GCC and
+ * Clang, default visibility); everything else is hidden. */
 #if defined(__GNUC__)
 #define VASK_BUS_API __attribute__((visibility("default")))
 #else
 #define VASK_BUS_API
 #endif
 
+/** The call succeeded. */
 #define BUS_OK                    0
-#define BUS_ERR_TIMEOUT           (-5)    /* no reply within the timeout */
-#define BUS_ERR_FAILED            (-1001) /* not connected, transport error, null or freed client */
-#define BUS_ERR_INVALID           (-1002) /* bad arguments, or a teardown call made from a handler */
-#define BUS_ERR_NO_SERVICE        (-1003) /* the service is known to be offline */
-#define BUS_ERR_REPLY_TOO_LARGE   (-1004) /* the reply does not fit BUS_REPLY_MAX; nothing written */
+#define BUS_ERR_TIMEOUT           (-5)    /**< no reply within the timeout */
+#define BUS_ERR_FAILED            (-1001) /**< not connected, transport error, null or freed client */
+#define BUS_ERR_INVALID           (-1002) /**< bad arguments, or a teardown call made from a handler */
+#define BUS_ERR_NO_SERVICE        (-1003) /**< the service is known to be offline */
+#define BUS_ERR_REPLY_TOO_LARGE   (-1004) /**< the reply does not fit BUS_REPLY_MAX; nothing written */
 
-/* Size of a caller's reply buffer, including the terminating zero byte. */
+/** Size of a caller's reply buffer, including the terminating zero byte. */
 #define BUS_REPLY_MAX 2048
-/* Capacity handed to a service method handler for its reply. A service may answer more than
+/** Capacity handed to a service method handler for its reply. A service may answer more than
  * BUS_REPLY_MAX; the caller then gets BUS_ERR_REPLY_TOO_LARGE. */
 #define BUS_SERVICE_REPLY_CAPACITY 65536
 
-/* The module number of this library's log lines. */
+/** The module number of this library's log lines. */
 #define BUS_LOG_MODULE 58
 
+/** A client of the bus: opaque; made by bus_client_new, freed by bus_client_free. */
 typedef struct bus_client bus_client;
 
-/* Called on the client's dispatch thread for each delivered signal. `user` is the client's user
+/** Called on the client's dispatch thread for each delivered signal. `user` is the client's user
  * pointer (bus_client_set_user), `topic` the full topic "S/signal/E", `payload` a zero-terminated
  * copy of the signal's bytes and `length` their number without the terminator. The strings are
  * valid only during the call. */
 typedef void (*bus_signal_handler)(bus_client *client, void *user, const char *topic,
                                    const void *payload, int length);
 
-/* Called on the providing client's dispatch thread for each request to a registered service.
+/** Called on the providing client's dispatch thread for each request to a registered service.
  * `method` is M, `body` the request bytes (zero-terminated; "" when empty) and `body_length` their
  * number. Fill `reply` (at most `capacity` bytes, BUS_SERVICE_REPLY_CAPACITY) and return the reply's
  * length; return < 0 to send no reply (the caller then times out). */
 typedef int (*bus_method_handler)(bus_client *client, void *user, const char *method,
                                   const char *body, int body_length, char *reply, int capacity);
 
-/* Starts the library; reference counted, pair each successful call with bus_cleanup.
- * Returns BUS_OK, or BUS_ERR_FAILED when the MQTT library cannot be started. */
+/** Starts the library; reference counted, pair each successful call with bus_cleanup.
+ * @return BUS_OK, or BUS_ERR_FAILED when the MQTT library cannot be started. */
 VASK_BUS_API int bus_init(void);
 
-/* Releases one bus_init. The last one shuts the MQTT library down: free every client before it. */
+/** Releases one bus_init. The last one shuts the MQTT library down: free every client before it. */
 VASK_BUS_API void bus_cleanup(void);
 
-/* Creates a disconnected client named `name` (1 to 64 characters, no '/', '+', '#'). Its MQTT client
+/** Creates a disconnected client named `name` (1 to 64 characters, no '/', '+', '#'). Its MQTT client
  * id is the name, the process id and a random suffix, so two processes with one name never take each
- * other's session. Starts the client's dispatch thread. Returns NULL when bus_init has not been
+ * other's session. Starts the client's dispatch thread.
+ * @return NULL when bus_init has not been
  * called, the name or VASK_BUS_NAMESPACE (wildcards, a leading, trailing or doubled '/') is
- * invalid, or resources are exhausted. */
+ * invalid, or resources are exhausted.
+ * @param name the client's bus name */
 VASK_BUS_API bus_client *bus_client_new(const char *name);
 
-/* Sets the pointer handed to this client's signal handlers (NULL by default). */
+/** Sets the pointer handed to this client's signal handlers (NULL by default).
+ * @param client the client
+ * @param user the pointer, or NULL */
 VASK_BUS_API void bus_client_set_user(bus_client *client, void *user);
 
-/* Connects to the broker of VASK_BUS_URL and starts the network thread. `flags` must be 0: wait up
+/** Connects to the broker of VASK_BUS_URL and starts the network thread. `flags` must be 0: wait up
  * to 2 s for the connection and the acknowledgement of every subscription the client already has
  * (by then the retained presence of every service has arrived, so a call to a service known to be
  * offline fails at once), and keep retrying in the background when the broker cannot be reached.
- * Returns BUS_OK when connected; BUS_ERR_FAILED when not connected within 2 s (the client keeps
+ * @return BUS_OK when connected; BUS_ERR_FAILED when not connected within 2 s (the client keeps
  * trying), also for a null or freed client; BUS_ERR_INVALID for a bad URL or flags; BUS_OK at once
- * when already connecting or connected. */
+ * when already connecting or connected.
+ * @param client the client
+ * @param flags must be 0 */
 VASK_BUS_API int bus_connect(bus_client *client, int flags);
 
-/* Calls method `method` of service `service` and waits for the reply.
+/** Calls method `method` of service `service` and waits for the reply.
  * `body`/`body_length`: the request bytes (NULL and 0 for none). `reply` must hold BUS_REPLY_MAX
  * bytes; on BUS_OK it receives the reply text followed by a zero byte and `*reply_length` its length
  * without the zero (0 for an empty reply). `timeout_s` (1 to 3600) bounds the wait and is the
  * request's message expiry, so a request that waited out a disconnection is never executed late.
  * Blocks the calling thread; safe from many threads on one client and from handlers.
- * Returns BUS_OK; BUS_ERR_TIMEOUT when no reply came in time; BUS_ERR_FAILED when not connected
+ * @return BUS_OK; BUS_ERR_TIMEOUT when no reply came in time; BUS_ERR_FAILED when not connected
  * (at once) or for a null or freed client; BUS_ERR_INVALID for bad arguments; BUS_ERR_NO_SERVICE at
  * once when the service's presence is "offline"; BUS_ERR_REPLY_TOO_LARGE when the reply has
  * BUS_REPLY_MAX bytes or more (nothing is written, `*reply_length` is 0). On every result but
- * BUS_OK, `reply` is left untouched and `*reply_length` (when not NULL) is 0. */
+ * BUS_OK, `reply` is left untouched and `*reply_length` (when not NULL) is 0.
+ * @param client the calling client
+ * @param service the service's name S
+ * @param method the method's name M
+ * @param body the request bytes, or NULL
+ * @param body_length their number (0 for none)
+ * @param reply a buffer of BUS_REPLY_MAX bytes
+ * @param reply_length receives the reply's length without the zero (may be NULL)
+ * @param timeout_s seconds to wait, 1 to 3600 */
 VASK_BUS_API int bus_method_call_sync(bus_client *client, const char *service, const char *method,
                                       const char *body, int body_length, char *reply,
                                       int *reply_length, int timeout_s);
 
-/* Subscribes `handler` to signal `event` of `service` (QoS 1). Subscribing again to the same signal
+/** Subscribes `handler` to signal `event` of `service` (QoS 1). Subscribing again to the same signal
  * replaces the handler. The subscription is kept in the client's own table and made again on every
  * connection. When connected, returns after the broker acknowledged it (at most 2 s); when not, it is
- * made on the next connection. Returns BUS_OK, BUS_ERR_INVALID for bad arguments, BUS_ERR_FAILED for
- * a null or freed client. */
+ * made on the next connection.
+ * @return BUS_OK, BUS_ERR_INVALID for bad arguments, BUS_ERR_FAILED for
+ * a null or freed client.
+ * @param client the client
+ * @param service the service's name S
+ * @param event the event's name E
+ * @param handler called for each signal */
 VASK_BUS_API int bus_signal_subscribe(bus_client *client, const char *service, const char *event,
                                       bus_signal_handler handler);
 
-/* Removes the subscription. Signals of it that are queued and not yet handled are dropped; when its
- * handler is running, waits until it returns. Returns BUS_OK (also when there was no such
+/** Removes the subscription. Signals of it that are queued and not yet handled are dropped; when its
+ * handler is running, waits until it returns.
+ * @return BUS_OK (also when there was no such
  * subscription), BUS_ERR_INVALID for bad arguments or when called from a handler, BUS_ERR_FAILED for
- * a null or freed client. */
+ * a null or freed client.
+ * @param client the client
+ * @param service the service's name S
+ * @param event the event's name E */
 VASK_BUS_API int bus_signal_unsubscribe(bus_client *client, const char *service, const char *event);
 
-/* Provides service `service`: `handler` answers every request to S/method/+, with `user` handed to
+/** Provides service `service`: `handler` answers every request to S/method/+, with `user` handed to
  * it. Publishes "online" on S/state (retained) on every connection. The first service registered on
  * a client is also the connection's will, published "offline" by the broker when the connection is
  * lost; registering it while connected reconnects once to set the will. Register each service that
- * needs its own will on its own client. Returns BUS_OK, BUS_ERR_INVALID for bad arguments or a
- * service already registered on this client, BUS_ERR_FAILED for a null or freed client. */
+ * needs its own will on its own client.
+ * @return BUS_OK, BUS_ERR_INVALID for bad arguments or a
+ * service already registered on this client, BUS_ERR_FAILED for a null or freed client.
+ * @param client the providing client
+ * @param service the service's name S
+ * @param handler answers the service's requests
+ * @param user handed to `handler` */
 VASK_BUS_API int bus_service_register(bus_client *client, const char *service,
                                       bus_method_handler handler, void *user);
 
-/* Stops providing `service`: publishes "offline" on S/state, drops its queued requests and waits
- * for its running handler. Returns BUS_OK, BUS_ERR_INVALID for an unknown service, bad arguments or
- * a call from a handler, BUS_ERR_FAILED for a null or freed client. */
+/** Stops providing `service`: publishes "offline" on S/state, drops its queued requests and waits
+ * for its running handler.
+ * @return BUS_OK, BUS_ERR_INVALID for an unknown service, bad arguments or
+ * a call from a handler, BUS_ERR_FAILED for a null or freed client.
+ * @param client the providing client
+ * @param service the service's name S */
 VASK_BUS_API int bus_service_unregister(bus_client *client, const char *service);
 
-/* Emits signal `event` of `service` with `payload` (`length` bytes; NULL and 0 for none) at QoS 1.
- * Safe from many threads. Returns BUS_OK once the message is queued for sending; BUS_ERR_FAILED when
- * not connected or for a null or freed client; BUS_ERR_INVALID for bad arguments. */
+/** Emits signal `event` of `service` with `payload` (`length` bytes; NULL and 0 for none) at QoS 1.
+ * Safe from many threads.
+ * @return BUS_OK once the message is queued for sending; BUS_ERR_FAILED when
+ * not connected or for a null or freed client; BUS_ERR_INVALID for bad arguments.
+ * @param client the emitting client
+ * @param service the service's name S
+ * @param event the event's name E
+ * @param payload the signal's bytes, or NULL
+ * @param length their number (0 for none) */
 VASK_BUS_API int bus_signal_emit(bus_client *client, const char *service, const char *event,
                                  const void *payload, int length);
 
-/* Publishes "offline" for the client's services, closes the connection, stops the network thread,
+/** Publishes "offline" for the client's services, closes the connection, stops the network thread,
  * fails calls in flight with BUS_ERR_FAILED, drops queued signals and requests and waits for a running
- * handler. The client can connect again. Returns BUS_OK (also when not connected), BUS_ERR_INVALID
- * when called from a handler, BUS_ERR_FAILED for a null or freed client. */
+ * handler. The client can connect again.
+ * @return BUS_OK (also when not connected), BUS_ERR_INVALID
+ * when called from a handler, BUS_ERR_FAILED for a null or freed client.
+ * @param client the client */
 VASK_BUS_API int bus_disconnect(bus_client *client);
 
-/* Disconnects if needed, stops the dispatch thread and frees the client. A null or freed client is
- * ignored; a call from a handler is refused (logged, nothing freed). */
+/** Disconnects if needed, stops the dispatch thread and frees the client. A null or freed client is
+ * ignored; a call from a handler is refused (logged, nothing freed).
+ * @param client the client, or NULL */
 VASK_BUS_API void bus_client_free(bus_client *client);
 
 #ifdef __cplusplus

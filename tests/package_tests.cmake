@@ -1,0 +1,27 @@
+# The Debian packages: scripts/package run on this build, the packages inspected with dpkg-deb,
+# unpacked with dpkg into a throw-away root, and the examples built against that root and run
+# against its simulator. The packages always hold an unsanitized build of a tree of their own
+# (BUILD/packaging), so a sanitized build has nothing more to check there and leaves the suite out.
+if(NOT VASK_SANITIZE STREQUAL "")
+  return()
+endif()
+find_program(VASK_DPKG dpkg REQUIRED)
+find_program(VASK_DPKG_DEB dpkg-deb REQUIRED)
+find_program(VASK_DPKG_QUERY dpkg-query REQUIRED)
+find_program(VASK_DPKG_SHLIBDEPS dpkg-shlibdeps REQUIRED)
+if(NOT CMAKE_LIBRARY_ARCHITECTURE)
+  message(FATAL_ERROR "package_test needs the multiarch library folder (CMAKE_LIBRARY_ARCHITECTURE)")
+endif()
+
+add_executable(package_test package_test.cpp)
+target_link_libraries(package_test PRIVATE vask_broker_support GTest::gtest_main PkgConfig::CJSON)
+target_compile_definitions(package_test PRIVATE
+  VASK_CMAKE="${CMAKE_COMMAND}" VASK_BUILD_DIR="${PROJECT_BINARY_DIR}" VASK_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
+  VASK_PROJECT_VERSION="${PROJECT_VERSION}" VASK_SOVERSION="${VASK_SOVERSION}"
+  VASK_MULTIARCH="${CMAKE_LIBRARY_ARCHITECTURE}" VASK_DPKG="${VASK_DPKG}" VASK_DPKG_DEB="${VASK_DPKG_DEB}"
+  VASK_DPKG_QUERY="${VASK_DPKG_QUERY}" VASK_PKG_CONFIG="${PKG_CONFIG_EXECUTABLE}" VASK_MAKE="${VASK_MAKE_PROGRAM}"
+  VASK_OBJDUMP="${CMAKE_OBJDUMP}")
+# One process for the whole suite: the packages are built and unpacked once, then every case reads
+# them. The first run compiles the packaging tree; later runs rebuild it incrementally.
+add_test(NAME package_test COMMAND package_test)
+set_tests_properties(package_test PROPERTIES LABELS long TIMEOUT 1200 RESOURCE_LOCK vask_package_tree)
