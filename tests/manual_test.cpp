@@ -32,10 +32,6 @@ std::string page_path(const std::string &page)
     return std::string(VASK_MAN_PAGES) + "/" + page;
 }
 
-std::string describe(const run_result &r)
-{
-    return "exit " + std::to_string(r.exit_code) + "\nstdout:\n" + r.out + "\nstderr:\n" + r.err;
-}
 
 // The page as man shows it at a terminal 80 columns wide, with man's warnings on.
 run_result render(const std::string &path)

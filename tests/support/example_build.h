@@ -21,10 +21,6 @@ inline const std::vector<std::string> &example_names()
 }
 
 // A run's exit code and output, for a failure message.
-inline std::string describe(const run_result &r)
-{
-    return "exit " + std::to_string(r.exit_code) + "\nstdout:\n" + r.out + "\nstderr:\n" + r.err;
-}
 
 // `make -f SOURCE/examples/Makefile OUT=out` with `env` added to the environment: it is where
 // PKG_CONFIG_PATH (and PKG_CONFIG_SYSROOT_DIR) point pkg-config at the tree. `cxxflags` replaces

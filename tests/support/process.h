@@ -62,6 +62,11 @@ struct run_result {
     std::string out;
     std::string err;
 };
+// The exit code and both outputs, for a failure message.
+inline std::string describe(const run_result &r)
+{
+    return "exit " + std::to_string(r.exit_code) + "\nstdout:\n" + r.out + "\nstderr:\n" + r.err;
+}
 run_result run_program(const std::vector<std::string> &argv, const std::vector<std::string> &extra_env = {},
                        std::chrono::milliseconds timeout = std::chrono::seconds(30));
 
