@@ -14,21 +14,13 @@ using vask_test::formatted;
 using vask_test::identities;
 using vask_test::item_json;
 using vask_test::make_item;
+using vask_test::kModes;
+using vask_test::with_lists;
 using vask_test::utils_line;
 
 namespace {
 
 using id_list = std::vector<std::pair<std::string, std::string>>;
-
-const char kModes[] = R"("microphone_default_config":{"cancel_mode":0},"microphone_general_conflict_config":{},)"
-                      R"("microphone_multiple_speakers_mode":{"multi_mode":1,"cancel_mode":0})";
-
-// The default document with the two lists given as JSON arrays.
-std::string with_lists(const std::string &controls, const std::string &conflicts)
-{
-    return R"({"microphone_config":)" + controls + R"(,"microphone_group_conflict_config":)" + conflicts + "," +
-           kModes + "}";
-}
 
 class MicrophoneItemsTest : public ::testing::Test {
 protected:

@@ -9,20 +9,12 @@
 using vask_test::formatted;
 using vask_test::identities;
 using vask_test::make_item;
+using vask_test::with_lists;
 using vask_test::received_call;
 
 namespace {
 
 using id_list = std::vector<std::pair<std::string, std::string>>;
-
-const char kModes[] = R"("microphone_default_config":{"cancel_mode":0},"microphone_general_conflict_config":{},)"
-                      R"("microphone_multiple_speakers_mode":{"multi_mode":1,"cancel_mode":0})";
-
-std::string with_lists(const std::string &controls, const std::string &conflicts)
-{
-    return R"({"microphone_config":)" + controls + R"(,"microphone_group_conflict_config":)" + conflicts + "," +
-           kModes + "}";
-}
 
 // What the service received, as (method, body) pairs.
 std::vector<std::pair<std::string, std::string>> bodies(const std::vector<received_call> &calls)

@@ -74,6 +74,17 @@ inline microphone_info make_item(const std::string &gr, const std::string &id, c
     return item;
 }
 
+// The three mode sections of the factory default document, in its order.
+const char kModes[] = R"("microphone_default_config":{"cancel_mode":0},"microphone_general_conflict_config":{},)"
+                      R"("microphone_multiple_speakers_mode":{"multi_mode":1,"cancel_mode":0})";
+
+// The default document with the two lists given as JSON arrays.
+inline std::string with_lists(const std::string &controls, const std::string &conflicts)
+{
+    return R"({"microphone_config":)" + controls + R"(,"microphone_group_conflict_config":)" + conflicts + "," +
+           kModes + "}";
+}
+
 // The JSON text (compact) of `item` as cJSON_AddMicroPhoneInfo writes it.
 inline std::string item_json(microphone_info item, bool omit_id = false, bool omit_gr = false)
 {
