@@ -8,7 +8,7 @@
 #include "config_test_support.h"
 #include "libvask_external_device.h"
 
-using vask_test::any_line;
+using vask_test::kAnyLine;
 using vask_test::expect_lines;
 using vask_test::formatted;
 using vask_test::log_capture;
@@ -101,7 +101,7 @@ TEST(ReadTcpDeviceConfig, MissingBlock_ShouldMarkTheRecordFailedAndKeepItsTexts)
         EXPECT_EQ(info.username, "user?");
         EXPECT_EQ(info.password, "password?");
         EXPECT_EQ(info.port, "port?");
-        expect_lines(capture.lines(), {{0, "utils", any_line, "cJSON_ReadTCPDeviceConfig", "error:(null)"}});
+        expect_lines(capture.lines(), {{0, "utils", kAnyLine, "cJSON_ReadTCPDeviceConfig", "error:(null)"}});
         cJSON_Delete(section);
     }
 }
@@ -250,7 +250,7 @@ TEST_F(ControlDeviceRead, TcpWithoutParameters_ShouldFail)
     log_capture capture;
     EXPECT_EQ(read("{\"protocol\":\"tcp\"}", &info), -1);
     EXPECT_EQ(info.protocol, -1);
-    expect_lines(capture.lines(), {{0, "utils", any_line, "ReadControlDeviceConfig", "error:(null)"}});
+    expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ReadControlDeviceConfig", "error:(null)"}});
 }
 
 TEST_F(ControlDeviceRead, Rs232_ShouldReadTheBaudRate)
@@ -272,7 +272,7 @@ TEST_F(ControlDeviceRead, Rs232WithoutItsBlock_ShouldFail)
         log_capture capture;
         EXPECT_EQ(read(text, &info), -1) << text;
         EXPECT_EQ(info.protocol, -1);
-        expect_lines(capture.lines(), {{0, "utils", any_line, "ReadControlDeviceConfig", "error:(null)"}});
+        expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ReadControlDeviceConfig", "error:(null)"}});
     }
 }
 
@@ -313,7 +313,7 @@ TEST_F(ControlDeviceRead, MissingSection_ShouldFail)
     EXPECT_EQ(ReadControlDeviceConfig("miccentral_control", &info), -1);
     EXPECT_EQ(info.protocol, -1);
     EXPECT_EQ(info.ip_address, "0.0.0.0");
-    expect_lines(capture.lines(), {{0, "utils", any_line, "ReadControlDeviceConfig", "error:(null)"}});
+    expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ReadControlDeviceConfig", "error:(null)"}});
 }
 
 TEST_F(ControlDeviceRead, MissingOrBrokenFile_ShouldFailWithItsLogLine)
@@ -324,21 +324,21 @@ TEST_F(ControlDeviceRead, MissingOrBrokenFile_ShouldFailWithItsLogLine)
         log_capture capture;
         EXPECT_EQ(ReadControlDeviceConfig("miccentral_control", &info), -1);
         EXPECT_EQ(info.protocol, -1);
-        expect_lines(capture.lines(), {{0, "utils", any_line, "ReadControlDeviceConfig", "open config file failed"}});
+        expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ReadControlDeviceConfig", "open config file failed"}});
     }
     root_.set_config("{\"miccentral_control\": {\"protocol\": none}}");
     info = filled();
     log_capture capture;
     EXPECT_EQ(ReadControlDeviceConfig("miccentral_control", &info), -1);
     EXPECT_EQ(info.protocol, -1);
-    expect_lines(capture.lines(), {{0, "utils", any_line, "ReadControlDeviceConfig", "error:none}}"}});
+    expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ReadControlDeviceConfig", "error:none}}"}});
 }
 
 TEST_F(ControlDeviceRead, NullRecord_ShouldFail)
 {
     log_capture capture;
     EXPECT_EQ(ReadControlDeviceConfig("miccentral_control", nullptr), -1);
-    expect_lines(capture.lines(), {{0, "utils", any_line, "ReadControlDeviceConfig", "info = NULL"}});
+    expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ReadControlDeviceConfig", "info = NULL"}});
 }
 
 // ---- Writing a whole record ----------------------------------------------------------------
@@ -457,8 +457,8 @@ TEST_F(ControlDeviceWrite, RecordWithoutAFile_ShouldCreateTheFileWithOnlyItsSect
     expect_file("{\"castdeck_control\":{\"enable\":true,\"protocol\":\"tcp\",\"parameters\":{\"tcp\":{"
                 "\"ip_address\":\"192.0.2.1\"}}}}");
     expect_lines(capture.lines(),
-                 {{2, "utils", any_line, "UpdateControlDeviceConfig", "Update Control Device Config castdeck_control"},
-                  {0, "utils", any_line, "UpdateControlDeviceConfig", "open external_device config file failed"}});
+                 {{2, "utils", kAnyLine, "UpdateControlDeviceConfig", "Update Control Device Config castdeck_control"},
+                  {0, "utils", kAnyLine, "UpdateControlDeviceConfig", "open external_device config file failed"}});
 }
 
 TEST_F(ControlDeviceWrite, RecordOverABrokenFile_ShouldFailAndKeepIt)
@@ -469,8 +469,8 @@ TEST_F(ControlDeviceWrite, RecordOverABrokenFile_ShouldFailAndKeepIt)
     EXPECT_EQ(UpdateControlDeviceConfig("s", &info), -1);
     EXPECT_EQ(root_.config(), "{\"s\": [}");
     expect_lines(capture.lines(),
-                 {{2, "utils", any_line, "UpdateControlDeviceConfig", "Update Control Device Config s"},
-                  {0, "utils", any_line, "UpdateControlDeviceConfig", "error:}"}});
+                 {{2, "utils", kAnyLine, "UpdateControlDeviceConfig", "Update Control Device Config s"},
+                  {0, "utils", kAnyLine, "UpdateControlDeviceConfig", "error:}"}});
 }
 
 // ---- Writing loose settings ----------------------------------------------------------------
@@ -483,7 +483,7 @@ TEST_F(ControlDeviceWrite, SettingsWithAMadeUpTcpName_ShouldStoreItWithATcpBlock
               0);
     expect_file("{\"s\":{\"enable\":true,\"protocol\":\"acme-tcp-v2\",\"parameters\":{\"tcp\":{"
                 "\"ip_address\":\"192.0.2.9\",\"username\":\"admin\",\"password\":\"pw\",\"port\":\"4001\"}}}}");
-    expect_lines(capture.lines(), {{2, "utils", any_line, "UpdateControlDeviceSettings",
+    expect_lines(capture.lines(), {{2, "utils", kAnyLine, "UpdateControlDeviceSettings",
                                     "UpdateControlDeviceSettings s, enable 1 protocol acme-tcp-v2, username admin"}});
 }
 
@@ -566,9 +566,9 @@ TEST_F(ControlDeviceWrite, SettingsWithoutAFile_ShouldCreateTheFileWithOnlyTheir
     expect_file("{\"miccentral_control\":{\"enable\":true,\"protocol\":\"shure-tcp\",\"parameters\":{\"tcp\":{"
                 "\"ip_address\":\"192.0.2.1\",\"username\":\"admin\",\"password\":\"pw\",\"port\":\"4001\"}}}}");
     expect_lines(capture.lines(),
-                 {{2, "utils", any_line, "UpdateControlDeviceSettings",
+                 {{2, "utils", kAnyLine, "UpdateControlDeviceSettings",
                    "UpdateControlDeviceSettings miccentral_control, enable 1 protocol shure-tcp, username admin"},
-                  {0, "utils", any_line, "UpdateControlDeviceSettings", "open external_device config file failed"}});
+                  {0, "utils", kAnyLine, "UpdateControlDeviceSettings", "open external_device config file failed"}});
     external_protocol_info info{};
     ASSERT_EQ(ReadControlDeviceConfig("miccentral_control", &info), 0);
     EXPECT_EQ(info.protocol, 2);
@@ -662,14 +662,14 @@ TEST_F(ProjectorRead, MissingPieces_ShouldFailWithMinusOne)
         log_capture capture;
         EXPECT_EQ(read(text, &info), -1) << text;
         EXPECT_EQ(info.protocol, -1);
-        expect_lines(capture.lines(), {{0, "utils", any_line, "ReadProjectorConfig", "error:(null)"}});
+        expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ReadProjectorConfig", "error:(null)"}});
     }
     root_.set_config("{\"other\":{}}");
     external_protocol_info info = filled();
     log_capture capture;
     EXPECT_EQ(ReadProjectorConfig(&info), -1);
     EXPECT_EQ(info.protocol, -1);
-    expect_lines(capture.lines(), {{0, "utils", any_line, "ReadProjectorConfig", "error:(null)"}});
+    expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ReadProjectorConfig", "error:(null)"}});
 }
 
 TEST_F(ProjectorRead, MissingFile_ShouldFail)
@@ -679,7 +679,7 @@ TEST_F(ProjectorRead, MissingFile_ShouldFail)
     log_capture capture;
     EXPECT_EQ(ReadProjectorConfig(&info), -1);
     EXPECT_EQ(info.protocol, -1);
-    expect_lines(capture.lines(), {{0, "utils", any_line, "ReadProjectorConfig", "open config file failed"}});
+    expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ReadProjectorConfig", "open config file failed"}});
 }
 
 // ---- External control ----------------------------------------------------------------------
@@ -729,7 +729,7 @@ TEST_F(ExternalControl, ReadOfAnIncompleteSection_ShouldFailWithItsMessage)
         EXPECT_EQ(ReadExternalControlConfig(&info), -1) << text;
         EXPECT_TRUE(info.authentication);
         EXPECT_EQ(info.port, "x");
-        expect_lines(capture.lines(), {{0, "utils", any_line, "ReadExternalControlConfig", message}});
+        expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ReadExternalControlConfig", message}});
     }
 }
 
@@ -740,12 +740,12 @@ TEST_F(ExternalControl, ReadOfAMissingOrBrokenFile_ShouldFail)
     {
         log_capture capture;
         EXPECT_EQ(ReadExternalControlConfig(&info), -1);
-        expect_lines(capture.lines(), {{0, "utils", any_line, "ReadExternalControlConfig", "error:nope"}});
+        expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ReadExternalControlConfig", "error:nope"}});
     }
     root_.remove_config();
     log_capture capture;
     EXPECT_EQ(ReadExternalControlConfig(&info), -1);
-    expect_lines(capture.lines(), {{0, "utils", any_line, "ReadExternalControlConfig", "open config file failed"}});
+    expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ReadExternalControlConfig", "open config file failed"}});
 }
 
 TEST_F(ExternalControl, Update_ShouldReplaceEachValueInItsPlace)
@@ -769,7 +769,7 @@ TEST_F(ExternalControl, Update_ShouldReplaceEachValueInItsPlace)
            "\"baud_rate\":\t\"115200\",\n\t\t\t\"portname\":\t\"ttyUSB0\"");
     EXPECT_EQ(text, expected);
     expect_lines(capture.lines(),
-                 {{2, "utils", any_line, "UpdateExternalControlConfig", "UpdateExternalControlConfig"}});
+                 {{2, "utils", kAnyLine, "UpdateExternalControlConfig", "UpdateExternalControlConfig"}});
 }
 
 TEST_F(ExternalControl, UpdateOfMissingBlocks_ShouldAddThemAtTheEnd)
@@ -800,7 +800,7 @@ TEST_F(ExternalControl, UpdateOfAMissingOrBrokenFile_ShouldFail)
     log_capture capture;
     EXPECT_EQ(UpdateExternalControlConfig(&info), -1);
     EXPECT_FALSE(root_.has_config());
-    expect_lines(capture.lines(), {{2, "utils", any_line, "UpdateExternalControlConfig", "UpdateExternalControlConfig"},
-                                   {0, "utils", any_line, "UpdateExternalControlConfig",
+    expect_lines(capture.lines(), {{2, "utils", kAnyLine, "UpdateExternalControlConfig", "UpdateExternalControlConfig"},
+                                   {0, "utils", kAnyLine, "UpdateExternalControlConfig",
                                     "open external_device config file failed"}});
 }

@@ -12,7 +12,7 @@
 #include "core_test_fixture.h"
 #include "libvask_external_device.h"
 
-using vask_test::any_line;
+using vask_test::kAnyLine;
 using vask_test::expect_lines;
 using vask_test::formatted;
 using vask_test::helper_run;
@@ -104,10 +104,10 @@ TEST_F(ConfigOperations, Getters_ShouldLogTheirNameAndReadTheirSection)
     EXPECT_TRUE(control.authentication);
     EXPECT_EQ(control.port, "2323");
     expect_lines(capture.lines(),
-                 {{2, kLibrary, any_line, "ed_get_mic_central_info", "ed_get_mic_central_info"},
-                  {2, kLibrary, any_line, "ed_get_castdeck_info", "ed_get_castdeck_info"},
-                  {2, kLibrary, any_line, "ed_get_projector_settings", "ed_get_projector_settings"},
-                  {2, kLibrary, any_line, "ed_get_tcp_control_settings", "ed_get_tcp_control_settings"}});
+                 {{2, kLibrary, kAnyLine, "ed_get_mic_central_info", "ed_get_mic_central_info"},
+                  {2, kLibrary, kAnyLine, "ed_get_castdeck_info", "ed_get_castdeck_info"},
+                  {2, kLibrary, kAnyLine, "ed_get_projector_settings", "ed_get_projector_settings"},
+                  {2, kLibrary, kAnyLine, "ed_get_tcp_control_settings", "ed_get_tcp_control_settings"}});
     EXPECT_TRUE(service_->calls().empty());
 }
 
@@ -137,7 +137,7 @@ TEST_F(ConfigOperations, SetMicCentralEqualToTheStoredSettings_ShouldNeitherWrit
     EXPECT_EQ(root_->config(), before);
     EXPECT_EQ(inode_of(root_->config_path()), inode);
     EXPECT_TRUE(service_->calls().empty());
-    expect_lines(capture.lines(), {{2, kLibrary, any_line, "ed_set_mic_central_info",
+    expect_lines(capture.lines(), {{2, kLibrary, kAnyLine, "ed_set_mic_central_info",
                                     "ed_set_mic_central_info [0]@0.0.0.0 "}});
 }
 
@@ -151,8 +151,8 @@ TEST_F(ConfigOperations, SetMicCentralChanged_ShouldStoreThenTellTheService)
                            "\"192.0.2.10\",\"username\":\"admin\",\"password\":\"secret\",\"port\":\"4001\"}}}"));
     expect_one_call("set_mic_central_info");
     expect_lines(capture.lines(),
-                 {{2, kLibrary, any_line, "ed_set_mic_central_info", "ed_set_mic_central_info [2]@192.0.2.10 admin"},
-                  {2, "utils", any_line, "UpdateControlDeviceSettings",
+                 {{2, kLibrary, kAnyLine, "ed_set_mic_central_info", "ed_set_mic_central_info [2]@192.0.2.10 admin"},
+                  {2, "utils", kAnyLine, "UpdateControlDeviceSettings",
                    "UpdateControlDeviceSettings miccentral_control, enable 1 protocol shure-tcp, username admin"}});
     // The same settings again change nothing.
     EXPECT_EQ(ed_set_mic_central_info({true, 2, "192.0.2.10", "admin", "secret", "", "4001"}), 0);
@@ -221,8 +221,8 @@ TEST_F(ConfigOperations, SetCastdeckTcp_ShouldStoreTheRecordsTextsAndCall)
                            "\"192.0.2.30\",\"username\":\"op\",\"password\":\"pw\",\"port\":\"8080\"}}}"));
     expect_one_call("castdeck_control_settings");
     expect_lines(capture.lines(),
-                 {{2, kLibrary, any_line, "ed_set_castdeck_info", "ed_set_castdeck_settings"},
-                  {2, "utils", any_line, "UpdateControlDeviceSettings",
+                 {{2, kLibrary, kAnyLine, "ed_set_castdeck_info", "ed_set_castdeck_settings"},
+                  {2, "utils", kAnyLine, "UpdateControlDeviceSettings",
                    "UpdateControlDeviceSettings castdeck_control, enable 1 protocol tcp, username op"}});
 }
 

@@ -17,7 +17,7 @@
 #include "config_test_support.h"
 #include "libvask_external_device.h"
 
-using vask_test::any_line;
+using vask_test::kAnyLine;
 using vask_test::expect_lines;
 using vask_test::formatted;
 using vask_test::log_capture;
@@ -130,8 +130,8 @@ TEST(ValidateJsonConfig, TextThatIsNotJson_ShouldBeReplacedByTheDefault)
     log_capture capture;
     EXPECT_EQ(ValidateJsonConfig(), 0);
     EXPECT_EQ(root.config(), vask_test::default_document());
-    expect_lines(capture.lines(), {{0, "utils", any_line, "ValidateJsonConfig", "error:tru}"},
-                                   {2, "utils", any_line, "ValidateJsonConfig", "copy default config"}});
+    expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ValidateJsonConfig", "error:tru}"},
+                                   {2, "utils", kAnyLine, "ValidateJsonConfig", "copy default config"}});
 }
 
 TEST(ValidateJsonConfig, ArrayRoot_ShouldBeReplacedAndLoggedWithType32)
@@ -141,8 +141,8 @@ TEST(ValidateJsonConfig, ArrayRoot_ShouldBeReplacedAndLoggedWithType32)
     log_capture capture;
     EXPECT_EQ(ValidateJsonConfig(), 0);
     EXPECT_EQ(root.config(), vask_test::default_document());
-    expect_lines(capture.lines(), {{0, "utils", any_line, "ValidateJsonConfig", not_an_object(32)},
-                                   {2, "utils", any_line, "ValidateJsonConfig", "copy default config"}});
+    expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ValidateJsonConfig", not_an_object(32)},
+                                   {2, "utils", kAnyLine, "ValidateJsonConfig", "copy default config"}});
 }
 
 TEST(ValidateJsonConfig, NumberAndStringRoots_ShouldBeLoggedWithTheirTypeCodes)
@@ -170,8 +170,8 @@ TEST(ValidateJsonConfig, ZeroLengthFile_ShouldBeRestoredWhileAReaderFails)
     log_capture capture;
     EXPECT_EQ(ValidateJsonConfig(), 0);
     EXPECT_EQ(root.config(), vask_test::default_document());
-    expect_lines(capture.lines(), {{0, "utils", any_line, "ValidateJsonConfig", "error:"},
-                                   {2, "utils", any_line, "ValidateJsonConfig", "copy default config"}});
+    expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ValidateJsonConfig", "error:"},
+                                   {2, "utils", kAnyLine, "ValidateJsonConfig", "copy default config"}});
 }
 
 TEST(ValidateJsonConfig, MissingFile_ShouldBeLoggedAndNotRestored)
@@ -180,7 +180,7 @@ TEST(ValidateJsonConfig, MissingFile_ShouldBeLoggedAndNotRestored)
     log_capture capture;
     EXPECT_EQ(ValidateJsonConfig(), 0);
     EXPECT_FALSE(root.has_config());
-    expect_lines(capture.lines(), {{0, "utils", any_line, "ValidateJsonConfig", "open config file failed"}});
+    expect_lines(capture.lines(), {{0, "utils", kAnyLine, "ValidateJsonConfig", "open config file failed"}});
 }
 
 TEST(ValidateJsonConfig, MissingWritableFolder_ShouldNotBeCreated)
@@ -333,9 +333,9 @@ TEST(ConfigLock, NullRecordOfTheWriter_ShouldLogAndLetTheNextCallRun)
     log_capture capture;
     EXPECT_EQ(UpdateControlDeviceConfig("miccentral_control", nullptr), -1);
     expect_lines(capture.lines(),
-                 {{2, "utils", any_line, "UpdateControlDeviceConfig",
+                 {{2, "utils", kAnyLine, "UpdateControlDeviceConfig",
                    "Update Control Device Config miccentral_control"},
-                  {0, "utils", any_line, "UpdateControlDeviceConfig", "info = NULL"}});
+                  {0, "utils", kAnyLine, "UpdateControlDeviceConfig", "info = NULL"}});
     // A lock left held would block this call for ever; it runs on its own thread with a bound.
     std::atomic<int> result{99};
     std::thread next([&] {

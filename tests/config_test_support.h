@@ -15,6 +15,7 @@
 
 #include "json_text.h"
 #include "log_capture.h"
+#include "log_lines.h"
 #include "process.h"
 
 namespace vask_test {
@@ -63,16 +64,6 @@ private:
     std::string root_;
 };
 
-inline std::vector<line_fields> fields_of(const std::vector<log_line> &lines)
-{
-    std::vector<line_fields> result;
-    for (const log_line &l : lines) {
-        EXPECT_EQ(l.module, 59) << l.message;
-        result.push_back({l.level, l.source, l.line, l.function, l.message});
-    }
-    return result;
-}
-
 #ifdef VASK_CONFIG_FAULT_HELPER
 struct helper_run {
     int result = 99;
@@ -103,19 +94,6 @@ inline helper_run run_helper(const std::string &operation, const std::string &fa
     return parsed;
 }
 #endif
-
-// Expected line number of a line whose number is the source line of the library's code.
-constexpr int any_line = -1;
-
-// Every captured line equals the expected one, in order (`any_line` matches any positive number).
-inline void expect_lines(const std::vector<log_line> &lines, std::vector<line_fields> expected)
-{
-    std::vector<line_fields> actual = fields_of(lines);
-    for (size_t i = 0; i < expected.size() && i < actual.size(); ++i)
-        if (expected[i].line == any_line && actual[i].line > 0)
-            expected[i].line = actual[i].line;
-    EXPECT_EQ(actual, expected);
-}
 
 } // namespace vask_test
 

@@ -17,6 +17,7 @@
 #include "libvask_external_device.h"
 #include "json_text.h"
 #include "log_capture.h"
+#include "log_lines.h"
 #include "process.h"
 
 namespace vask_test {
@@ -117,40 +118,8 @@ inline bool same_item(const microphone_info &a, const microphone_info &b)
            a.b == b.b && a.s == b.s;
 }
 
-// One expected log line; `line` kAnyLine matches any positive line number.
-constexpr int kAnyLine = -1;
-struct expected_line {
-    int level;
-    std::string source;
-    int line;
-    std::string function;
-    std::string message;
-    bool operator==(const expected_line &other) const
-    {
-        return level == other.level && source == other.source && line == other.line && function == other.function &&
-               message == other.message;
-    }
-};
-
-inline std::ostream &operator<<(std::ostream &out, const expected_line &l)
-{
-    return out << "{" << l.level << ", " << l.source << ":" << l.line << ", " << l.function << ", \"" << l.message
-               << "\"}";
-}
-
-// Every captured line equals the expected one, in order, with module 59.
-inline void expect_lines(const std::vector<log_line> &lines, std::vector<expected_line> expected)
-{
-    std::vector<expected_line> actual;
-    for (const log_line &l : lines) {
-        EXPECT_EQ(l.module, 59) << l.message;
-        actual.push_back({l.level, l.source, l.line, l.function, l.message});
-    }
-    for (size_t i = 0; i < expected.size() && i < actual.size(); ++i)
-        if (expected[i].line == kAnyLine && actual[i].line > 0)
-            expected[i].line = actual[i].line;
-    EXPECT_EQ(actual, expected);
-}
+// One expected log line.
+using expected_line = line_fields;
 
 // A line of a configuration function of the microphone file (source "utils").
 inline expected_line utils_line(int level, const std::string &function, const std::string &message)

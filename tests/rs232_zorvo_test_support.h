@@ -19,6 +19,7 @@
 #include "config/config_cycle.h"
 #include "json_text.h"
 #include "log_capture.h"
+#include "log_lines.h"
 #include "process.h"
 #include "tulo_log.h"
 
@@ -83,22 +84,8 @@ inline void install_fixture(const sysroot &root, const std::string &name, const 
     write_file(root.path(fixed_path), text);
 }
 
-// One expected log line; `line` kAnyLine matches any positive line number (lines whose number is
-// the library's own source line).
-constexpr int kAnyLine = -1;
-// Every captured line equals the expected one, in order, and each has module 59.
-inline void expect_lines(const std::vector<vask_test::log_line> &lines, std::vector<line_fields> expected)
-{
-    std::vector<line_fields> actual;
-    for (const vask_test::log_line &l : lines) {
-        EXPECT_EQ(l.module, 59) << l.message;
-        actual.push_back({l.level, l.source, l.line, l.function, l.message});
-    }
-    for (size_t i = 0; i < expected.size() && i < actual.size(); ++i)
-        if (expected[i].line == kAnyLine && actual[i].line > 0)
-            expected[i].line = actual[i].line;
-    EXPECT_EQ(actual, expected);
-}
+using vask_test::expect_lines;
+using vask_test::kAnyLine;
 
 // Each log line written while it lives, with whether the configuration lock was held (by any
 // thread) when it was written.
