@@ -27,6 +27,15 @@ constexpr const char *kLogSource = "vask_bus";
 constexpr int kQosRequest = 0;
 constexpr int kQosSignal = 1;
 constexpr auto kAckWait = std::chrono::seconds(2);
+// Teardown waits this long for the broker to acknowledge the "offline" of the client's services,
+// and then as long again for the DISCONNECT to leave; a silent broker costs no more.
+constexpr auto kTeardownStepWait = std::chrono::milliseconds(400);
+// One connection attempt (name resolution, TCP, TLS, CONNACK) is given up after this long.
+constexpr auto kConnectTimeout = std::chrono::seconds(5);
+
+// Defaults of the queue limits (VASK_BUS_QUEUE_MESSAGES / VASK_BUS_QUEUE_BYTES override them).
+constexpr int kDefaultQueueMessages = 10000;
+constexpr size_t kDefaultQueueBytes = 16u * 1024u * 1024u;
 
 // One synchronous call waiting for its reply; lives on the caller's stack and is reachable from the
 // client's table only while the caller waits.
@@ -50,6 +59,19 @@ struct dispatch_item {
     std::string payload;
     std::string response_topic;
     std::string correlation;
+    // A request's message expiry, counted from its arrival; a request still queued then is dropped,
+    // since its caller has given up.
+    steady::time_point expires = steady::time_point::max();
+
+    size_t cost() const { return topic.size() + payload.size() + response_topic.size() + correlation.size(); }
+};
+
+// What a client's queues may hold, and what they counted.
+struct queue_limits {
+    int dispatch_messages = kDefaultQueueMessages;
+    size_t dispatch_bytes = kDefaultQueueBytes;
+    int send_messages = kDefaultQueueMessages;
+    size_t send_bytes = kDefaultQueueBytes;
 };
 
 struct broker_address {
@@ -82,13 +104,19 @@ struct bus_client {
 
     std::map<std::string, bus_signal_handler> signals;      // full topic -> handler
     std::map<std::string, vask_bus::service_entry> services; // service name -> handler
-    std::string will_service;
+    std::string will_service; // applied by the network thread before each connection attempt
     std::unordered_map<std::string, bool> presence; // service name -> online
     std::unordered_map<std::string, vask_bus::pending_call *> calls; // correlation -> caller
     std::mt19937_64 random;
     void *user = nullptr;
 
     std::deque<vask_bus::dispatch_item> queue;
+    size_t queue_bytes = 0;
+    vask_bus::queue_limits limits;
+    std::map<int, size_t> outgoing; // QoS 1 messages not yet acknowledged: message id -> bytes
+    size_t outgoing_bytes = 0;
+    bus_client_stats stats{};
+    vask_bus::steady::time_point drop_logged{};
     std::condition_variable queue_changed;
     std::thread dispatcher;
     bool dispatch_stop = false;
@@ -150,11 +178,41 @@ void drop_queued(bus_client *client, const topic_match &match);
 
 void publish_presence(bus_client *client, const std::string &service, bool online);
 
-// Announces `services` as offline and waits (at most 2 s) until the broker has acknowledged it.
+// Announces `services` as offline and waits (at most kTeardownStepWait) until the broker has
+// acknowledged it.
 // An unacknowledged announcement would be sent again after a reconnection, possibly after the
 // "online" of that connection, and leave the service looking offline.
 void announce_offline(bus_client *client, std::unique_lock<std::mutex> &lock,
                       const std::vector<std::string> &services);
+
+// Reads VASK_BUS_QUEUE_MESSAGES and VASK_BUS_QUEUE_BYTES into the defaults of a new client.
+queue_limits limits_from_environment();
+
+// Adds an arriving signal or request to the dispatch queue (mutex held), dropping the oldest
+// signals (or, when none is queued, the oldest requests) that no longer fit the limits. Returns
+// true when something was dropped.
+bool enqueue_locked(bus_client *client, dispatch_item &&item);
+
+// Removes the queued item at `it` and gives back its room.
+std::deque<dispatch_item>::iterator unqueue_locked(bus_client *client, std::deque<dispatch_item>::iterator it);
+
+// Logs the drops counted so far at level 1, at most once a second (mutex not held).
+void report_drops(bus_client *client);
+
+// Publishes a QoS 1 message and records it until the broker acknowledges it (mutex held, so that
+// the acknowledgement cannot be handled before the record exists).
+int publish_tracked_locked(bus_client *client, int *mid, const std::string &topic, int length,
+                           const void *payload, bool retain);
+
+// Marks a descriptor close-on-exec, so that programs the application starts do not inherit it.
+void set_close_on_exec(int fd);
+
+// The connection's callbacks, and the properties every connection of the client is made with.
+void install_network_callbacks(bus_client *client);
+int set_connect_properties(bus_client *client);
+
+// The network thread: connects, runs the connection, reconnects with back-off until stopped.
+void network_main(bus_client *client, broker_address address);
 
 // Network-thread entry points.
 void on_message(mosquitto *mosq, void *obj, const mosquitto_message *message,

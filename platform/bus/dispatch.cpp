@@ -84,7 +84,17 @@ void dispatch_main(bus_client *client)
         if (client->dispatch_stop)
             break;
         dispatch_item item = std::move(client->queue.front());
+        client->queue_bytes -= item.cost();
         client->queue.pop_front();
+        if (item.request && steady::now() >= item.expires) {
+            // Its caller has given up: running it now would repeat an action the caller retries.
+            ++client->stats.requests_expired;
+            lock.unlock();
+            TULO_LOG_write_newline(BUS_LOG_MODULE, 1, kLogSource, __LINE__, "dispatch",
+                                   "request %s expired before its handler ran; dropped", item.topic.c_str());
+            lock.lock();
+            continue;
+        }
         client->handler_running = true;
         client->running_topic = item.topic;
         try {
@@ -118,7 +128,7 @@ void drop_queued(bus_client *client, const topic_match &match)
 {
     for (auto it = client->queue.begin(); it != client->queue.end();) {
         if (match(it->topic))
-            it = client->queue.erase(it);
+            it = unqueue_locked(client, it);
         else
             ++it;
     }

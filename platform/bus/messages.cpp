@@ -106,6 +106,10 @@ void route_message(bus_client *client, const mosquitto_message *message, const m
             free(response_topic);
         }
         item.correlation = read_correlation(properties);
+        uint32_t expiry_s = 0;
+        // The broker hands on what is left of the caller's timeout.
+        if (mosquitto_property_read_int32(properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, &expiry_s, false) != nullptr)
+            item.expires = steady::now() + std::chrono::seconds(expiry_s);
     } else if (topic.compare(slash, 8, "/signal/") != 0) {
         return;
     }
@@ -113,10 +117,13 @@ void route_message(bus_client *client, const mosquitto_message *message, const m
     if (message->payload != nullptr && message->payloadlen > 0)
         item.payload.assign(static_cast<const char *>(message->payload),
                             static_cast<size_t>(message->payloadlen));
+    bool dropped;
     {
         std::lock_guard<std::mutex> hold(client->mutex);
-        client->queue.push_back(std::move(item));
+        dropped = enqueue_locked(client, std::move(item));
     }
+    if (dropped)
+        report_drops(client);
     // Woken after the unlock: a dispatch thread woken while the mutex is still held would only
     // block on it again, a context switch more per message when the two threads share a CPU.
     client->queue_changed.notify_one();
