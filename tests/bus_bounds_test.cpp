@@ -173,3 +173,27 @@ TEST_F(BusTest, ReconnectAfterAnOrderlyDisconnect_ShouldReceiveTheSignalsSentMea
     ASSERT_EQ(bus_connect(client_, 0), BUS_OK);
     EXPECT_TRUE(vask_test::eventually([] { return g_signals.load() == 1; }, 5s));
 }
+
+TEST_F(BusTest, FreedHandle_ShouldNotReachANewerClient)
+{
+    // A newer client may reuse the freed one's memory; the old handle must still be refused.
+    bus_client *old_handle = bus_client_new("first");
+    ASSERT_NE(old_handle, nullptr);
+    bus_client_free(old_handle);
+    bus_client *newer = bus_client_new("second");
+    ASSERT_NE(newer, nullptr);
+    EXPECT_NE(newer, old_handle);
+    EXPECT_EQ(bus_signal_subscribe(old_handle, "external_device", "mic_on_event", count_signal), BUS_ERR_FAILED);
+    EXPECT_EQ(bus_connect(old_handle, 0), BUS_ERR_FAILED);
+    bus_client_stats stats{};
+    EXPECT_EQ(bus_client_get_stats(old_handle, &stats), BUS_ERR_FAILED);
+    bus_client_free(old_handle); // ignored, and leaves the newer client alone
+    EXPECT_EQ(bus_connect(newer, 0), BUS_OK);
+    bus_client_free(newer);
+}
+
+TEST_F(BusTest, MadeUpHandle_ShouldBeRefused)
+{
+    EXPECT_EQ(bus_connect(reinterpret_cast<bus_client *>(uintptr_t{0x1000}), 0), BUS_ERR_FAILED);
+    EXPECT_EQ(bus_disconnect(reinterpret_cast<bus_client *>(~uintptr_t{0})), BUS_ERR_FAILED);
+}

@@ -10,7 +10,7 @@
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <unordered_set>
+#include <stdexcept>
 
 #include "tulo_log.h"
 
@@ -21,8 +21,44 @@ namespace {
 constexpr size_t kMaxNameLength = 64;
 
 std::mutex g_registry_mutex;
-std::unordered_set<const bus_client *> g_live_clients;
 int g_init_count = 0;
+
+// A handle is not the client's address but a slot number with the slot's generation, so that a
+// freed handle is never taken for a newer client that reuses its memory or its slot.
+struct client_slot {
+    uint64_t generation = 1;
+    client_state *client = nullptr;
+};
+constexpr int kSlotBits = 24;
+constexpr uintptr_t kSlotMask = (uintptr_t{1} << kSlotBits) - 1;
+std::vector<client_slot> g_slots;
+std::vector<size_t> g_free_slots;
+
+// Gives `client` a slot and its handle (registry mutex held).
+bus_client *register_client(client_state *client)
+{
+    size_t index;
+    if (!g_free_slots.empty()) {
+        index = g_free_slots.back();
+        g_free_slots.pop_back();
+    } else {
+        if (g_slots.size() >= kSlotMask)
+            throw std::length_error("too many bus clients");
+        g_slots.emplace_back();
+        index = g_slots.size() - 1;
+    }
+    g_slots[index].client = client;
+    return reinterpret_cast<bus_client *>((g_slots[index].generation << kSlotBits) | (index + 1));
+}
+
+// Takes the handle's slot back; the handle and its copies stop resolving (registry mutex held).
+void unregister_client(const bus_client *handle)
+{
+    size_t index = (reinterpret_cast<uintptr_t>(handle) & kSlotMask) - 1;
+    g_slots[index].client = nullptr;
+    ++g_slots[index].generation;
+    g_free_slots.push_back(index);
+}
 
 uint64_t random_seed()
 {
@@ -66,7 +102,7 @@ void close_new_local_sockets_on_exec(const std::set<std::string> &before)
     }
 }
 
-int configure_transport(bus_client *client, const broker_address &address)
+int configure_transport(client_state *client, const broker_address &address)
 {
     const char *username = secure_getenv("VASK_BUS_USERNAME");
     const char *password = secure_getenv("VASK_BUS_PASSWORD");
@@ -88,15 +124,20 @@ int configure_transport(bus_client *client, const broker_address &address)
 
 namespace vask_bus {
 
-bool client_is_live(const bus_client *client)
+client_state *resolve_client(const bus_client *handle)
 {
-    if (client == nullptr)
-        return false;
+    uintptr_t token = reinterpret_cast<uintptr_t>(handle);
+    if ((token & kSlotMask) == 0)
+        return nullptr;
+    size_t index = (token & kSlotMask) - 1;
+    uint64_t generation = static_cast<uint64_t>(token >> kSlotBits);
     std::lock_guard<std::mutex> hold(g_registry_mutex);
-    return g_live_clients.count(client) != 0;
+    if (index >= g_slots.size() || g_slots[index].generation != generation)
+        return nullptr;
+    return g_slots[index].client;
 }
 
-int subscribe_locked(bus_client *client, const std::string &topic, int qos)
+int subscribe_locked(client_state *client, const std::string &topic, int qos)
 {
     int mid = 0;
     int rc = mosquitto_subscribe_v5(client->mosq, &mid, wire(client, topic).c_str(), qos, 0, nullptr);
@@ -105,14 +146,14 @@ int subscribe_locked(bus_client *client, const std::string &topic, int qos)
     return rc;
 }
 
-void wait_for_acks(bus_client *client, std::unique_lock<std::mutex> &lock, steady::time_point deadline)
+void wait_for_acks(client_state *client, std::unique_lock<std::mutex> &lock, steady::time_point deadline)
 {
     client->state_changed.wait_until(lock, deadline, [client] {
         return !client->connected || client->unacked_subscriptions.empty();
     });
 }
 
-void publish_presence(bus_client *client, const std::string &service, bool online)
+void publish_presence(client_state *client, const std::string &service, bool online)
 {
     const char *text = online ? "online" : "offline";
     int mid = 0;
@@ -122,7 +163,7 @@ void publish_presence(bus_client *client, const std::string &service, bool onlin
         client->unacked_presence.insert(mid);
 }
 
-void announce_offline(bus_client *client, std::unique_lock<std::mutex> &lock,
+void announce_offline(client_state *client, std::unique_lock<std::mutex> &lock,
                       const std::vector<std::string> &services)
 {
     if (!client->connected)
@@ -164,7 +205,7 @@ extern "C" bus_client *bus_client_new(const char *name)
             return nullptr;
     }
     try {
-        auto *client = new bus_client;
+        auto *client = new client_state;
         client->name = name;
         client->random.seed(random_seed());
         char suffix[32];
@@ -200,26 +241,38 @@ extern "C" bus_client *bus_client_new(const char *name)
             delete client;
             return nullptr;
         }
-        client->dispatcher = std::thread(dispatch_main, client);
-        std::lock_guard<std::mutex> hold(g_registry_mutex);
-        g_live_clients.insert(client);
-        return client;
+        {
+            std::lock_guard<std::mutex> hold(g_registry_mutex);
+            client->handle = register_client(client);
+        }
+        try {
+            client->dispatcher = std::thread(dispatch_main, client);
+        } catch (const std::exception &) {
+            std::lock_guard<std::mutex> hold(g_registry_mutex);
+            unregister_client(client->handle);
+            mosquitto_destroy(client->mosq);
+            delete client;
+            return nullptr;
+        }
+        return client->handle;
     } catch (const std::exception &) {
         return nullptr;
     }
 }
 
-extern "C" void bus_client_set_user(bus_client *client, void *user)
+extern "C" void bus_client_set_user(bus_client *handle, void *user)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return;
     std::lock_guard<std::mutex> hold(client->mutex);
     client->user = user;
 }
 
-extern "C" int bus_connect(bus_client *client, int flags)
+extern "C" int bus_connect(bus_client *handle, int flags)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (flags != 0)
         return BUS_ERR_INVALID;
@@ -247,9 +300,10 @@ extern "C" int bus_connect(bus_client *client, int flags)
     return client->connected ? BUS_OK : BUS_ERR_FAILED;
 }
 
-extern "C" int bus_disconnect(bus_client *client)
+extern "C" int bus_disconnect(bus_client *handle)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (in_handler())
         return BUS_ERR_INVALID;
@@ -275,19 +329,20 @@ extern "C" int bus_disconnect(bus_client *client)
     return BUS_OK;
 }
 
-extern "C" void bus_client_free(bus_client *client)
+extern "C" void bus_client_free(bus_client *handle)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return;
     if (in_handler()) {
         TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "bus_client_free",
                                "refused: called from a handler of the bus");
         return;
     }
-    bus_disconnect(client);
+    bus_disconnect(handle);
     {
         std::lock_guard<std::mutex> hold(g_registry_mutex);
-        g_live_clients.erase(client);
+        unregister_client(handle);
     }
     {
         std::lock_guard<std::mutex> hold(client->mutex);

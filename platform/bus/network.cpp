@@ -24,7 +24,7 @@ constexpr auto kResolvePoll = std::chrono::milliseconds(20);
 
 void on_connect(mosquitto *, void *obj, int rc, int, const mosquitto_property *)
 {
-    auto *client = static_cast<bus_client *>(obj);
+    auto *client = static_cast<client_state *>(obj);
     if (rc != 0) {
         TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "on_connect",
                                "broker refused the connection of %s: %s", client->client_id.c_str(),
@@ -57,7 +57,7 @@ void on_connect(mosquitto *, void *obj, int rc, int, const mosquitto_property *)
 
 // Marks the client disconnected (mutex held). A call in flight can no longer get its reply: the
 // reply topic's subscription and the QoS 0 reply went with the connection.
-void lose_connection_locked(bus_client *client)
+void lose_connection_locked(client_state *client)
 {
     if (client->connected) {
         client->connected = false;
@@ -68,7 +68,7 @@ void lose_connection_locked(bus_client *client)
 
 void on_disconnect(mosquitto *, void *obj, int rc, const mosquitto_property *)
 {
-    auto *client = static_cast<bus_client *>(obj);
+    auto *client = static_cast<client_state *>(obj);
     std::lock_guard<std::mutex> hold(client->mutex);
     bool was_connected = client->connected;
     lose_connection_locked(client);
@@ -85,7 +85,7 @@ void on_disconnect(mosquitto *, void *obj, int rc, const mosquitto_property *)
 
 void on_subscribe(mosquitto *, void *obj, int mid, int, const int *, const mosquitto_property *)
 {
-    auto *client = static_cast<bus_client *>(obj);
+    auto *client = static_cast<client_state *>(obj);
     std::lock_guard<std::mutex> hold(client->mutex);
     client->unacked_subscriptions.erase(mid);
     client->state_changed.notify_all();
@@ -93,7 +93,7 @@ void on_subscribe(mosquitto *, void *obj, int mid, int, const int *, const mosqu
 
 void on_publish(mosquitto *, void *obj, int mid, int, const mosquitto_property *)
 {
-    auto *client = static_cast<bus_client *>(obj);
+    auto *client = static_cast<client_state *>(obj);
     std::lock_guard<std::mutex> hold(client->mutex);
     auto sent = client->outgoing.find(mid);
     if (sent != client->outgoing.end()) {
@@ -106,7 +106,7 @@ void on_publish(mosquitto *, void *obj, int mid, int, const mosquitto_property *
 
 // The will is read by libmosquitto while it makes a connection, so it is changed only here,
 // between two connections, on the thread that makes them.
-void apply_will_locked(bus_client *client)
+void apply_will_locked(client_state *client)
 {
     if (client->will_service.empty()) {
         mosquitto_will_clear(client->mosq);
@@ -138,7 +138,7 @@ std::vector<std::unique_ptr<resolution>> g_abandoned;
 // Resolves a host name on the resolver's own thread, so that the wait can end at `deadline` or when
 // the client stops. Gives the first address in numeric form in `numeric`; false when the name does
 // not resolve in time or the client stops.
-bool resolve_within(bus_client *client, const std::string &host, steady::time_point deadline, std::string *numeric)
+bool resolve_within(client_state *client, const std::string &host, steady::time_point deadline, std::string *numeric)
 {
     auto job = std::make_unique<resolution>();
     job->name = host;
@@ -179,7 +179,7 @@ bool resolve_within(bus_client *client, const std::string &host, steady::time_po
 // non-blocking and sends CONNECT once it is up. A host name is resolved first within the attempt's
 // deadline; over TLS the name itself is handed on, since the broker's certificate is checked
 // against it.
-int start_attempt(bus_client *client, const broker_address &address, steady::time_point deadline)
+int start_attempt(client_state *client, const broker_address &address, steady::time_point deadline)
 {
     std::string host = address.host;
     if (!numeric_host(host)) {
@@ -197,7 +197,7 @@ int start_attempt(bus_client *client, const broker_address &address, steady::tim
 
 // Ends the connection or the attempt now: a socket still connecting stops its handshake, a
 // connected one reads its end; the loop then closes it.
-void drop_socket(bus_client *client)
+void drop_socket(client_state *client)
 {
     int fd = mosquitto_socket(client->mosq);
     if (fd >= 0)
@@ -206,7 +206,7 @@ void drop_socket(bus_client *client)
 
 // Runs one connection until it ends: lost, refused, given up at the attempt's deadline, or closed
 // by bus_disconnect (DISCONNECT sent, or the socket dropped when it cannot leave in time).
-int run_connection(bus_client *client, steady::time_point attempt_deadline, bool *timed_out)
+int run_connection(client_state *client, steady::time_point attempt_deadline, bool *timed_out)
 {
     bool stop_sent = false;
     bool dropped = false;
@@ -256,7 +256,7 @@ void set_close_on_exec(int fd)
         fcntl(fd, F_SETFD, flags | FD_CLOEXEC);
 }
 
-void install_network_callbacks(bus_client *client)
+void install_network_callbacks(client_state *client)
 {
     mosquitto_connect_v5_callback_set(client->mosq, on_connect);
     mosquitto_disconnect_v5_callback_set(client->mosq, on_disconnect);
@@ -265,7 +265,7 @@ void install_network_callbacks(bus_client *client)
     mosquitto_publish_v5_callback_set(client->mosq, on_publish);
 }
 
-int set_connect_properties(bus_client *client)
+int set_connect_properties(client_state *client)
 {
     // libmosquitto 2.0 keeps the properties given to its blocking connect for every later
     // connection, the non-blocking ones included, which take none of their own. Handed over with
@@ -281,7 +281,7 @@ int set_connect_properties(bus_client *client)
     return rc == MOSQ_ERR_INVAL ? BUS_OK : BUS_ERR_FAILED;
 }
 
-void network_main(bus_client *client, broker_address address)
+void network_main(client_state *client, broker_address address)
 {
     std::unique_lock<std::mutex> lock(client->mutex);
     while (!client->stopping) {

@@ -29,7 +29,7 @@ unsigned long long environment_number(const char *name, unsigned long long fallb
 }
 
 // The oldest queued signal, or the oldest request when no signal waits.
-std::deque<dispatch_item>::iterator oldest_droppable(bus_client *client)
+std::deque<dispatch_item>::iterator oldest_droppable(client_state *client)
 {
     for (auto it = client->queue.begin(); it != client->queue.end(); ++it)
         if (!it->request)
@@ -49,13 +49,13 @@ queue_limits limits_from_environment()
     return limits;
 }
 
-std::deque<dispatch_item>::iterator unqueue_locked(bus_client *client, std::deque<dispatch_item>::iterator it)
+std::deque<dispatch_item>::iterator unqueue_locked(client_state *client, std::deque<dispatch_item>::iterator it)
 {
     client->queue_bytes -= it->cost();
     return client->queue.erase(it);
 }
 
-bool enqueue_locked(bus_client *client, dispatch_item &&item)
+bool enqueue_locked(client_state *client, dispatch_item &&item)
 {
     bool dropped = false;
     size_t cost = item.cost();
@@ -76,7 +76,7 @@ bool enqueue_locked(bus_client *client, dispatch_item &&item)
     return dropped;
 }
 
-void report_drops(bus_client *client)
+void report_drops(client_state *client)
 {
     unsigned long long signals, requests;
     size_t messages;
@@ -96,7 +96,7 @@ void report_drops(bus_client *client)
                            client->client_id.c_str(), messages, signals, requests);
 }
 
-int publish_tracked_locked(bus_client *client, int *mid, const std::string &topic, int length,
+int publish_tracked_locked(client_state *client, int *mid, const std::string &topic, int length,
                            const void *payload, bool retain)
 {
     int rc = mosquitto_publish_v5(client->mosq, mid, topic.c_str(), length, payload, kQosSignal, retain, nullptr);
@@ -111,10 +111,11 @@ int publish_tracked_locked(bus_client *client, int *mid, const std::string &topi
 
 using namespace vask_bus;
 
-extern "C" int bus_client_set_limits(bus_client *client, int dispatch_messages, unsigned long dispatch_bytes,
+extern "C" int bus_client_set_limits(bus_client *handle, int dispatch_messages, unsigned long dispatch_bytes,
                                      int send_messages, unsigned long send_bytes)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (dispatch_messages < 1 || dispatch_bytes < 1 || send_messages < 1 || send_bytes < 1)
         return BUS_ERR_INVALID;
@@ -126,9 +127,10 @@ extern "C" int bus_client_set_limits(bus_client *client, int dispatch_messages, 
     return BUS_OK;
 }
 
-extern "C" int bus_client_get_stats(bus_client *client, bus_client_stats *stats)
+extern "C" int bus_client_get_stats(bus_client *handle, bus_client_stats *stats)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (stats == nullptr)
         return BUS_ERR_INVALID;

@@ -3,10 +3,11 @@
 
 using namespace vask_bus;
 
-extern "C" int bus_service_register(bus_client *client, const char *service,
+extern "C" int bus_service_register(bus_client *handle, const char *service,
                                     bus_method_handler handler, void *user)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (!valid_name(service) || handler == nullptr)
         return BUS_ERR_INVALID;
@@ -38,9 +39,10 @@ extern "C" int bus_service_register(bus_client *client, const char *service,
     return BUS_OK;
 }
 
-extern "C" int bus_service_unregister(bus_client *client, const char *service)
+extern "C" int bus_service_unregister(bus_client *handle, const char *service)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (!valid_name(service) || in_handler())
         return BUS_ERR_INVALID;

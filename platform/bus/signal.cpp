@@ -3,10 +3,11 @@
 
 using namespace vask_bus;
 
-extern "C" int bus_signal_subscribe(bus_client *client, const char *service, const char *event,
+extern "C" int bus_signal_subscribe(bus_client *handle, const char *service, const char *event,
                                     bus_signal_handler handler)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (!valid_name(service) || !valid_name(event) || handler == nullptr)
         return BUS_ERR_INVALID;
@@ -21,9 +22,10 @@ extern "C" int bus_signal_subscribe(bus_client *client, const char *service, con
     return BUS_OK;
 }
 
-extern "C" int bus_signal_unsubscribe(bus_client *client, const char *service, const char *event)
+extern "C" int bus_signal_unsubscribe(bus_client *handle, const char *service, const char *event)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (!valid_name(service) || !valid_name(event) || in_handler())
         return BUS_ERR_INVALID;
@@ -39,10 +41,11 @@ extern "C" int bus_signal_unsubscribe(bus_client *client, const char *service, c
     return BUS_OK;
 }
 
-extern "C" int bus_signal_emit(bus_client *client, const char *service, const char *event,
+extern "C" int bus_signal_emit(bus_client *handle, const char *service, const char *event,
                                const void *payload, int length)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (!valid_name(service) || !valid_name(event) || length < 0 || (payload == nullptr && length != 0))
         return BUS_ERR_INVALID;
