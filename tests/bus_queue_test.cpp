@@ -236,8 +236,9 @@ TEST_F(BusTest, RequestsWhoseCallersGaveUp_ShouldNotRun)
     std::vector<std::future<int>> callers;
     for (int i = 0; i < 4; ++i) {
         callers.push_back(std::async(std::launch::async, [this] { return call("act", "", nullptr, 1); }));
-        if (i == 0)
+        if (i == 0) {
             ASSERT_TRUE(vask_test::eventually([&] { return service_->held(); }));
+        }
     }
     for (auto &caller : callers)
         EXPECT_EQ(caller.get(), BUS_ERR_TIMEOUT);
