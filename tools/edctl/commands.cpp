@@ -49,6 +49,10 @@ const std::vector<command> &commands()
         {"watch", "[--count N] [EVENT...]",
          "print each signal of the service as it arrives (all five events unless named) until interrupted",
          "edctl --json watch --count 3 mic_on_event", run_watch},
+        {"monitor", "[--count N] [--method M]... [--event E]...",
+         "show everything on the bus for the service: requests with their callers, replies with their code\n"
+         "               and time, signals and presence, until interrupted (filters: only the named methods/events)",
+         "edctl --json monitor --method get_voting_info", run_monitor},
         {"sim", "press|release GROUP ID | vote CHOICE | cam-status JSON | info-change JSON | non-list-mic JSON |\n"
                 "             emit EVENT PAYLOAD [COUNT] | reply METHOD TEXT|--none|--clear | state JSON | calls |\n"
                 "             clear-calls | applied SECTION",

@@ -63,6 +63,7 @@ int run_mic(const context &context, const arguments &args);
 int run_rs232(const context &context, const arguments &args);
 int run_imshare(const context &context, const arguments &args);
 int run_watch(const context &context, const arguments &args);
+int run_monitor(const context &context, const arguments &args);
 int run_sim(const context &context, const arguments &args);
 int run_config_command(const context &context, const arguments &args);
 int run_mic_central(const context &context, const arguments &args);
