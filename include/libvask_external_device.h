@@ -65,6 +65,13 @@
 
 #include "vask_bus.h"
 
+/* The records cross the library's boundary holding std::string, whose layout differs between the two
+ * ABIs of libstdc++: a program built with the old one would link and then crash in the first call that
+ * fills a record. The check follows <string>, which defines the macro when the program did not. */
+#if defined(_GLIBCXX_USE_CXX11_ABI) && _GLIBCXX_USE_CXX11_ABI == 0
+#error "libvask_external_device is built with the C++11 ABI of std::string: build this program without -D_GLIBCXX_USE_CXX11_ABI=0"
+#endif
+
 /** @def ED_API
  * Marks a function of the library's interface: exported from libvask_external_device.so.0 (with
  * GCC and Clang, default visibility); everything else is hidden. */
