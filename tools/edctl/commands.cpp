@@ -59,13 +59,8 @@ int run_action(const std::string &what, const action &a, context context, const 
     context.operation = what;
     if ((a.needs & kService) == 0)
         return a.run(context, args);
-    {
-        // A client of edctl's own tells whether the broker answers: the library's own client
-        // keeps trying in the background and would only fail the call.
-        own_client probe("edctl");
-        if (!probe.connected())
-            return not_connected(what);
-    }
+    if (!broker_answers())
+        return not_connected(what);
     ed_init();
     int result = a.run(context, args);
     ed_release();
@@ -140,11 +135,10 @@ int dispatch(const char *family, const std::vector<action> &actions, const conte
     for (const action &a : actions) {
         if (args[0] != a.name)
             continue;
-        if (args.size() - 1 < a.min_arguments || args.size() - 1 > a.max_arguments) {
-            std::string what = std::string(family) + " " + a.name;
+        std::string what = std::string(family) + " " + a.name;
+        if (args.size() - 1 < a.min_arguments || args.size() - 1 > a.max_arguments)
             return usage_error("wrong number of arguments for %s", what.c_str());
-        }
-        return run_action(std::string(family) + " " + a.name, a, context, arguments(args.begin() + 1, args.end()));
+        return run_action(what, a, context, arguments(args.begin() + 1, args.end()));
     }
     std::string message = std::string("unknown ") + family + " action '%s'";
     return usage_error(message.c_str(), args[0].c_str());

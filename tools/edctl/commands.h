@@ -72,6 +72,10 @@ int run_operation(const context &context, const std::function<int()> &operation)
 // The broker edctl uses: --bus, else VASK_BUS_URL, else mqtt://127.0.0.1:1883.
 std::string bus_url();
 
+// True when the broker of bus_url() accepts a connection of edctl's own within the bus library's
+// 2 s. The library's client cannot tell: it keeps trying in the background and fails each call.
+bool broker_answers();
+
 // Prints "edctl: <what> failed: not connected to <URL>" on stderr; returns the exit code 1.
 int not_connected(const std::string &what);
 

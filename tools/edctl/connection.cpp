@@ -19,6 +19,12 @@ int not_connected(const std::string &what)
     return 1;
 }
 
+bool broker_answers()
+{
+    own_client probe("edctl");
+    return probe.connected();
+}
+
 own_client::own_client(const char *name)
 {
     started_ = bus_init() == BUS_OK;

@@ -110,13 +110,10 @@ int run_watch(const context &ctx, const arguments &args)
             return usage_error("unknown event '%s'", event.c_str());
         watched += " " + event;
     }
-    {
-        // "watching" promises signals: said only once the broker answers.
-        own_client probe("edctl");
-        if (!probe.connected()) {
-            fprintf(stderr, "edctl: not connected to %s\n", bus_url().c_str());
-            return 1;
-        }
+    // "watching" promises signals: said only once the broker answers.
+    if (!broker_answers()) {
+        fprintf(stderr, "edctl: not connected to %s\n", bus_url().c_str());
+        return 1;
     }
     ed_init();
     fprintf(stderr, "edctl: watching%s\n", watched.c_str());
