@@ -76,6 +76,19 @@ protected:
         return run_program(args, env);
     }
 
+    // Runs the reading `command` (two words) and expects it to fail on `path` without any bus.
+    void expect_cannot_read(const std::vector<std::string> &command, const std::string &path)
+    {
+        run_result r = edctl({"--bus", url_, command[0], command[1]});
+        EXPECT_EQ(r.exit_code, 1) << describe(r);
+        EXPECT_EQ(r.out, "");
+        EXPECT_NE(r.err.find("edctl: " + command[0] + " " + command[1] + " failed: -1 (cannot read " + path +
+                             ": missing or not valid JSON)\n"),
+                  std::string::npos)
+            << describe(r);
+        EXPECT_EQ(r.err.find("vask_bus"), std::string::npos) << describe(r);
+    }
+
     vask_test::temp_dir root_;
     std::string url_;
 };
@@ -101,32 +114,14 @@ TEST_F(EdctlWithoutBroker, ReadingCommands_ShouldReadTheFilesWithoutTryingToConn
 
 TEST_F(EdctlWithoutBroker, ReadingCommandWithAMissingFile_ShouldSayWhichFileCannotBeRead)
 {
-    run_result r = edctl({"--bus", url_, "mic-central", "get"});
-    EXPECT_EQ(r.exit_code, 1) << describe(r);
-    EXPECT_EQ(r.out, "");
-    EXPECT_NE(r.err.find("edctl: mic-central get failed: -1 (cannot read " + device_file() +
-                         ": missing or not valid JSON)\n"),
-              std::string::npos)
-        << describe(r);
-    EXPECT_EQ(r.err.find("vask_bus"), std::string::npos) << describe(r);
-
-    run_result list = edctl({"--bus", url_, "mic-control", "list"});
-    EXPECT_EQ(list.exit_code, 1) << describe(list);
-    EXPECT_NE(list.err.find("edctl: mic-control list failed: -1 (cannot read " + mic_file() +
-                            ": missing or not valid JSON)\n"),
-              std::string::npos)
-        << describe(list);
+    expect_cannot_read({"mic-central", "get"}, device_file());
+    expect_cannot_read({"mic-control", "list"}, mic_file());
 }
 
 TEST_F(EdctlWithoutBroker, ReadingCommandWithAFileThatIsNotJson_ShouldSayWhichFileCannotBeRead)
 {
     std::ofstream(device_file()) << "{ not json";
-    run_result r = edctl({"--bus", url_, "projector", "get"});
-    EXPECT_EQ(r.exit_code, 1) << describe(r);
-    EXPECT_NE(r.err.find("edctl: projector get failed: -1 (cannot read " + device_file() +
-                         ": missing or not valid JSON)\n"),
-              std::string::npos)
-        << describe(r);
+    expect_cannot_read({"projector", "get"}, device_file());
 }
 
 TEST_F(EdctlWithoutBroker, ServiceCommand_ShouldSayNotConnectedToTheBusOption)
