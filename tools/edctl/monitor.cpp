@@ -202,28 +202,19 @@ int run_monitor(const context &ctx, const arguments &args)
     sigaddset(&stop, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
 
-    if (bus_init() != BUS_OK)
+    own_client client("edctl_monitor");
+    if (client.get() == nullptr)
         return report("monitor", -1);
-    bus_client *client = bus_client_new("edctl_monitor");
-    if (client == nullptr) {
-        bus_cleanup();
-        return report("monitor", -1);
-    }
-    bus_monitor(client, kService, on_event, &state);
-    const char *url = getenv("VASK_BUS_URL");
-    std::string where = url != nullptr && *url != '\0' ? url : "mqtt://127.0.0.1:1883";
-    int rc = bus_connect(client, 0);
-    if (rc == BUS_OK)
-        fprintf(stderr, "edctl: monitoring %s on %s\n", kService, where.c_str());
+    bus_monitor(client.get(), kService, on_event, &state);
+    if (client.connected())
+        fprintf(stderr, "edctl: monitoring %s on %s\n", kService, bus_url().c_str());
     else
-        fprintf(stderr, "edctl: not connected to %s; monitoring once connected\n", where.c_str());
+        fprintf(stderr, "edctl: not connected to %s; monitoring once connected\n", bus_url().c_str());
     const timespec tick = {0, 100 * 1000 * 1000};
     while (state.limit == 0 || state.shown < state.limit) {
         if (sigtimedwait(&stop, nullptr, &tick) > 0)
             break;
     }
-    bus_client_free(client);
-    bus_cleanup();
     return 0;
 }
 
