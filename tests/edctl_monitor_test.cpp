@@ -119,3 +119,11 @@ TEST_F(EdctlMonitorTest, UnknownOption_ShouldBeAUsageError)
     EXPECT_EQ(result.exit_code, 2);
     EXPECT_EQ(result.err, "edctl: unknown monitor option '--bogus'\ntry 'edctl --help'\n");
 }
+
+TEST(EdctlMonitorAlone, WithoutABroker_ShouldSayItIsNotConnected)
+{
+    auto result = run_program({VASK_EDCTL, "--bus", "mqtt://127.0.0.1:1", "monitor"});
+    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_EQ(result.err, "edctl: monitor failed: not connected to mqtt://127.0.0.1:1\n");
+    EXPECT_EQ(result.out, "");
+}

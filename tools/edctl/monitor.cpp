@@ -17,7 +17,7 @@
 namespace edctl {
 namespace {
 
-constexpr const char *kService = "external_device";
+constexpr const char *kMonitoredService = "external_device";
 // Requests whose reply never comes are forgotten after this many, oldest first.
 constexpr size_t kMaxUnanswered = 10000;
 
@@ -203,13 +203,10 @@ int run_monitor(const context &ctx, const arguments &args)
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
 
     own_client client("edctl_monitor");
-    if (client.get() == nullptr)
-        return report("monitor", -1);
-    bus_monitor(client.get(), kService, on_event, &state);
-    if (client.connected())
-        fprintf(stderr, "edctl: monitoring %s on %s\n", kService, bus_url().c_str());
-    else
-        fprintf(stderr, "edctl: not connected to %s; monitoring once connected\n", bus_url().c_str());
+    if (!client.connected())
+        return not_connected("monitor");
+    bus_monitor(client.get(), kMonitoredService, on_event, &state);
+    fprintf(stderr, "edctl: monitoring %s on %s\n", kMonitoredService, bus_url().c_str());
     const timespec tick = {0, 100 * 1000 * 1000};
     while (state.limit == 0 || state.shown < state.limit) {
         if (sigtimedwait(&stop, nullptr, &tick) > 0)
