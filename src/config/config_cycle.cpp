@@ -141,8 +141,11 @@ int run_config_cycle(const config_call &call, bool write, section_logic logic, v
     try {
         std::string path = system_path(call.fixed_path);
         std::string target = resolve_file_links(path);
+        // Declared before the file lock, so released after it: a thread that takes the process lock
+        // never finds the lock file still held by the cycle of another thread that just ended.
+        std::unique_lock<process_lock> hold(the_process_lock, std::defer_lock);
         config_file_lock file_lock(call, target, write);
-        std::unique_lock<process_lock> hold(the_process_lock);
+        hold.lock();
         // The process lock is never held while another process is waited for: it would stall the
         // cycles of every thread here, on every file. When the lock file is held elsewhere, it is
         // waited for alone (bounded), and the process lock taken after it.

@@ -7,6 +7,8 @@
 #include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <thread>
@@ -61,6 +63,62 @@ int open_lock_file(const std::string &target)
     return fd;
 }
 
+// Wakes a waiter as soon as a holder closes the lock file (a cycle ends by closing it), instead of
+// at its next check only: a waiter that merely polled would lose the lock, time after time, to the
+// processes that take it again at once, and could wait out its bound on a busy file. The pauses
+// between checks stay the bound of each wait: a holder may unlock without closing, and without a
+// watch (inotify unavailable, e.g. out of instances) the waiter polls alone.
+class release_watch {
+public:
+    explicit release_watch(const std::string &lock_path) : fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
+    {
+        if (fd_ >= 0 && inotify_add_watch(fd_, lock_path.c_str(), IN_CLOSE | IN_DONT_FOLLOW) < 0) {
+            ::close(fd_);
+            fd_ = -1;
+        }
+    }
+    ~release_watch()
+    {
+        if (fd_ >= 0)
+            ::close(fd_);
+    }
+    release_watch(const release_watch &) = delete;
+    release_watch &operator=(const release_watch &) = delete;
+
+    // Returns after `pause`, or earlier when the lock file was closed since the last call.
+    void wait(std::chrono::milliseconds pause)
+    {
+        if (fd_ < 0) {
+            std::this_thread::sleep_for(pause);
+            return;
+        }
+        struct pollfd ready = {fd_, POLLIN, 0};
+        if (poll(&ready, 1, static_cast<int>(pause.count())) > 0) {
+            // The events themselves say nothing more: they are only drained.
+            alignas(struct inotify_event) char events[4096];
+            while (read(fd_, events, sizeof events) > 0) {
+            }
+        }
+    }
+
+private:
+    int fd_;
+};
+
+// Byte 0 of the lock file carries a shared OFD lock (fcntl, apart from flock) while a cycle waits
+// for the lock file: a cycle that starts then waits its turn instead of taking the lock that was
+// just released, so that a process that runs cycle after cycle cannot keep a waiter out until its
+// bound, the way a reader after reader would keep out a writer.
+struct flock waiting_mark(short type)
+{
+    struct flock mark = {};
+    mark.l_type = type;
+    mark.l_whence = SEEK_SET;
+    mark.l_start = 0;
+    mark.l_len = 1;
+    return mark;
+}
+
 } // namespace
 
 // The lock keeps the cycles of other processes (applications, edctl, the service) out of a cycle of
@@ -99,7 +157,7 @@ config_file_lock::~config_file_lock()
         ::close(fd_);
 }
 
-bool config_file_lock::try_lock()
+bool config_file_lock::take()
 {
     if (fd_ < 0 || held_)
         return true;
@@ -115,22 +173,49 @@ bool config_file_lock::try_lock()
     return true;
 }
 
+bool config_file_lock::others_waiting() const
+{
+    struct flock mark = waiting_mark(F_WRLCK);
+    return fd_ >= 0 && fcntl(fd_, F_OFD_GETLK, &mark) == 0 && mark.l_type != F_UNLCK;
+}
+
+void config_file_lock::set_waiting(bool waiting)
+{
+    struct flock mark = waiting_mark(waiting ? F_RDLCK : F_UNLCK);
+    if (fd_ >= 0)
+        (void)fcntl(fd_, F_OFD_SETLK, &mark);
+}
+
+bool config_file_lock::try_lock()
+{
+    if (fd_ >= 0 && !held_ && others_waiting())
+        return false;
+    return take();
+}
+
 bool config_file_lock::lock_within_bound()
 {
     const int bound_ms = config_lock_timeout_ms();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(bound_ms);
+    release_watch watch(target_ + ".lock");
+    set_waiting(true);
     std::chrono::milliseconds pause = kFirstPause;
-    while (!try_lock()) {
-        auto now = std::chrono::steady_clock::now();
-        if (now >= deadline) {
+    // The lock was just found taken (or others wait for it): wait first, then try.
+    for (;;) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        watch.wait(std::max(std::min(pause, left), std::chrono::milliseconds(0)));
+        pause = std::min(pause * 2, kLongestPause);
+        if (take())
+            break;
+        if (std::chrono::steady_clock::now() >= deadline) {
+            set_waiting(false);
             TULO_LOG_write_newline(ED_LOG_MODULE, 0, call_.source, call_.line, call_.function,
                                    "configuration file %s is locked by another process, gave up after %g s",
                                    target_.c_str(), bound_ms / 1000.0);
             return false;
         }
-        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(pause, deadline - now));
-        pause = std::min(pause * 2, kLongestPause);
     }
+    set_waiting(false);
     return true;
 }
 

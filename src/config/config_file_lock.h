@@ -40,16 +40,20 @@ public:
     // True once the lock is held.
     bool held() const { return held_; }
 
-    // Takes the lock when nobody else holds it, without waiting. True when it is held (or
-    // unavailable); false when another holder keeps it.
+    // Takes the lock when nobody else holds it and no other cycle waits for it, without waiting.
+    // True when it is held (or unavailable); false otherwise.
     bool try_lock();
-    // Waits for the lock, at most config_lock_timeout_ms(), checking after 1 ms, then each time
-    // twice as long up to 50 ms. True when it is held (or unavailable). When the time is up, logs
+    // Waits for the lock, at most config_lock_timeout_ms(): marked as waiting meanwhile, it tries
+    // when the lock file is closed by a holder and at the latest after 1 ms, then each time twice
+    // as long up to 50 ms. True when it is held (or unavailable). When the time is up, logs
     // "configuration file <target> is locked by another process, gave up after <bound> s" at
     // level 0 as a line of `call` and returns false.
     bool lock_within_bound();
 
 private:
+    bool take();
+    bool others_waiting() const;
+    void set_waiting(bool waiting);
     void give_up_as_unavailable(int error);
 
     const config_call &call_;
