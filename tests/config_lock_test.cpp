@@ -27,10 +27,16 @@ using vask_test::sysroot;
 
 namespace {
 
-// Sets the bound of the wait for the lock file for the life of a scope.
+// Sets the bound of the wait for the lock file for the life of a scope (null: the default bound).
 class lock_bound {
 public:
-    explicit lock_bound(const char *milliseconds) { setenv("VASK_CONFIG_LOCK_TIMEOUT_MS", milliseconds, 1); }
+    explicit lock_bound(const char *milliseconds)
+    {
+        if (milliseconds != nullptr)
+            setenv("VASK_CONFIG_LOCK_TIMEOUT_MS", milliseconds, 1);
+        else
+            unsetenv("VASK_CONFIG_LOCK_TIMEOUT_MS");
+    }
     ~lock_bound() { unsetenv("VASK_CONFIG_LOCK_TIMEOUT_MS"); }
     lock_bound(const lock_bound &) = delete;
     lock_bound &operator=(const lock_bound &) = delete;
@@ -167,22 +173,34 @@ TEST(ConfigLockBound, Variable_ShouldSetTheBoundOnlyToAWholeNumberOfMilliseconds
     }
 }
 
-TEST(ConfigLockBound, WriterWhileAnotherProcessHoldsTheLockShared_ShouldGiveUpLogAndWriteNothing)
+namespace {
+
+// A writer while flock(1) holds the lock file shared, with the bound `bound_ms` (null: the
+// default): it returns -1 in time, logs exactly its entry and that it gave up after `seconds`, and
+// leaves the file as it was.
+void expect_writer_to_give_up(const char *bound_ms, const char *seconds)
 {
     sysroot root;
     std::string lock_path = make_lock_file(root);
     const std::string before = root.config();
     lock_holder holder;
     ASSERT_TRUE(holder.hold(lock_path, true));
-    lock_bound bound("300");
+    lock_bound bound(bound_ms);
     log_capture capture;
     bounded_result write = call_bounded([] { return update_port("4444"); }, [&] { holder.release(); });
     EXPECT_TRUE(write.in_time) << "the writer waited past the bound";
     EXPECT_EQ(write.result, -1);
     expect_lines(capture.lines(),
                  {{2, "utils", kAnyLine, "UpdateExternalControlConfig", "UpdateExternalControlConfig"},
-                  {0, "utils", kAnyLine, "UpdateExternalControlConfig", gave_up(root, "0.3")}});
+                  {0, "utils", kAnyLine, "UpdateExternalControlConfig", gave_up(root, seconds)}});
     EXPECT_EQ(root.config(), before);
+}
+
+} // namespace
+
+TEST(ConfigLockBound, WriterWhileAnotherProcessHoldsTheLockShared_ShouldGiveUpLogAndWriteNothing)
+{
+    expect_writer_to_give_up("300", "0.3");
 }
 
 TEST(ConfigLockBound, ReaderWhileAnotherProcessHoldsTheLockExclusively_ShouldGiveUpAndLog)
@@ -207,20 +225,7 @@ TEST(ConfigLockBound, ReaderWhileAnotherProcessHoldsTheLockExclusively_ShouldGiv
 
 TEST(ConfigLockBound, WithoutTheVariable_ShouldGiveUpAfterFiveSeconds)
 {
-    sysroot root;
-    std::string lock_path = make_lock_file(root);
-    const std::string before = root.config();
-    lock_holder holder;
-    ASSERT_TRUE(holder.hold(lock_path, true));
-    unsetenv("VASK_CONFIG_LOCK_TIMEOUT_MS");
-    log_capture capture;
-    bounded_result write = call_bounded([] { return update_port("4444"); }, [&] { holder.release(); });
-    EXPECT_TRUE(write.in_time);
-    EXPECT_EQ(write.result, -1);
-    expect_lines(capture.lines(),
-                 {{2, "utils", kAnyLine, "UpdateExternalControlConfig", "UpdateExternalControlConfig"},
-                  {0, "utils", kAnyLine, "UpdateExternalControlConfig", gave_up(root, "5")}});
-    EXPECT_EQ(root.config(), before);
+    expect_writer_to_give_up(nullptr, "5");
 }
 
 TEST(ConfigLockBound, ValidateWhileAnotherProcessHoldsTheLock_ShouldGiveUpWithoutRestoring)

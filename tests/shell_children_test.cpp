@@ -7,11 +7,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
+#include "descriptor_listing.h"
 #include "json_text.h"
 #include "libvask_external_device.h"
 #include "process.h"
@@ -41,22 +41,6 @@ private:
     int fd_;
 };
 
-// The descriptor numbers of an `ls -l` listing of a /proc/<pid>/fd folder, with their targets.
-std::vector<std::pair<int, std::string>> listed_descriptors(const std::string &listing)
-{
-    std::vector<std::pair<int, std::string>> found;
-    std::istringstream lines(listing);
-    std::string line;
-    while (std::getline(lines, line)) {
-        size_t arrow = line.find(" -> ");
-        if (arrow == std::string::npos)
-            continue;
-        size_t start = line.rfind(' ', arrow - 1);
-        found.emplace_back(std::stoi(line.substr(start + 1, arrow - start - 1)), line.substr(arrow + 4));
-    }
-    return found;
-}
-
 } // namespace
 
 TEST(ShellChildren, ExecShellCmd_ShouldNotHandTheShellADescriptorWithoutCloseOnExec)
@@ -68,7 +52,7 @@ TEST(ShellChildren, ExecShellCmd_ShouldNotHandTheShellADescriptorWithoutCloseOnE
     // keeps a copy of its standard output above 2 while the redirection lasts.)
     const std::string listing_file = dir.path() + "/listing";
     ASSERT_EQ(ExecShellCmd("ls -l /proc/$$/fd > '" + listing_file + "'", nullptr), 0);
-    auto listed = listed_descriptors(vask_test::read_file(listing_file));
+    auto listed = vask_test::listed_descriptors(vask_test::read_file(listing_file));
     ASSERT_GE(listed.size(), 3u);
     for (const auto &[fd, target] : listed) {
         EXPECT_NE(fd, open_file.fd()) << "the shell has descriptor " << fd << " -> " << target;
@@ -83,7 +67,7 @@ TEST(ShellChildren, ExecShellCmd_ShouldStillReadTheCommandsOutputThroughItsPipe)
     ASSERT_TRUE(open_file.inheritable());
     std::string output;
     ASSERT_EQ(ExecShellCmd("ls -l /proc/$$/fd; exit 4", &output), 4);
-    auto listed = listed_descriptors(output);
+    auto listed = vask_test::listed_descriptors(output);
     std::vector<int> numbers;
     for (const auto &[fd, target] : listed) {
         numbers.push_back(fd);
