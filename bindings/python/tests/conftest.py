@@ -33,7 +33,7 @@ def sim(room):
     room.start_sim()
     yield room
     status = room.stop_sim()
-    assert status == 0, f"the simulator exited with {status}"
+    assert status in (0, None), f"the simulator exited with {status}"  # None: the test stopped it
 
 
 @pytest.fixture
