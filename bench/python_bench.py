@@ -55,8 +55,7 @@ def get_voting(client):
 
 async def take_burst(client, room):
     stream = client.aevents("mic_on_event")
-    emitter = threading.Thread(target=room.edctl, args=("sim", "emit", "mic_on_event",
-                                                         '{"Group":"1","Id":"%d","On":1}', str(BURST)))
+    emitter = threading.Thread(target=room.emit, args=("mic_on_event", '{"Group":"1","Id":"%d","On":true}', BURST))
     seen, expected, out_of_order = set(), 0, 0
     start = time.perf_counter()
     emitter.start()

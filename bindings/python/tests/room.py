@@ -5,6 +5,7 @@ system root seeded with the factory configuration files.
 The programs come from the environment (set by the ctest test): VASK_MOSQUITTO, VASK_SIM,
 VASK_EDCTL, VASK_DEFAULT_CONFIG, VASK_DEFAULT_MIC_CONFIG.
 """
+import json
 import os
 import selectors
 import shutil
@@ -153,6 +154,11 @@ class Room:
         if check and result.returncode != 0:
             raise RuntimeError(f"edctl {' '.join(args)} failed ({result.returncode}): {result.stderr}")
         return result
+
+    def emit(self, event: str, payload: str, count: int) -> None:
+        """Has the simulator emit `count` signals of `event` with the text `payload`, in which "%d"
+        counts 0 to count - 1."""
+        self.edctl("sim", "emit", event, json.dumps(payload), str(count))
 
     def path(self, relative: str) -> Path:
         """A path below the system root."""

@@ -39,7 +39,7 @@ def Events_ShouldEndWhenNoSignalCameWithinTheTimeout(client):
 def Events_ShouldCountWhatItDropsBeyondItsBound(client, sim):
     small = client.events("cam_status_event", timeout=WAIT_S, maxsize=2)
     with client.events("cam_status_event", timeout=WAIT_S) as everything:
-        sim.edctl("sim", "emit", "cam_status_event", '{"Status":%d}', "5")
+        sim.emit("cam_status_event", '{"Status":%d}', 5)
         assert [record.status for _, record in (next(everything) for _ in range(5))] == [0, 1, 2, 3, 4]
     # `small` was called before `everything` for each signal: it has seen all five.
     assert small.dropped == 3
