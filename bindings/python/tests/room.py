@@ -46,6 +46,24 @@ def _stop(process: subprocess.Popen) -> int:
     return process.wait()
 
 
+def wait_for_line(process: subprocess.Popen, expected: str, timeout_s: float) -> list:
+    """Reads `process`'s standard output (a text pipe) until the line `expected`; the lines read
+    before it. Raises RuntimeError when the output ends or `timeout_s` passes first."""
+    lines = []
+    with selectors.DefaultSelector() as selector:
+        selector.register(process.stdout, selectors.EVENT_READ)
+        deadline = time.monotonic() + timeout_s
+        while time.monotonic() < deadline:
+            if selector.select(timeout=deadline - time.monotonic()):
+                line = process.stdout.readline()
+                if line.rstrip("\n") == expected:
+                    return lines
+                if not line:
+                    break
+                lines.append(line)
+    raise RuntimeError(f"no line {expected!r} from {process.args[0]}; it printed {lines!r}")
+
+
 def broker_config(port: int) -> str:
     """The tests' broker configuration (as tests/support/broker.cpp writes it)."""
     config = (f"listener {port} 127.0.0.1\n"
@@ -123,18 +141,7 @@ class Room:
         self.sim = subprocess.Popen(
             [os.environ["VASK_SIM"], "--foreground", "--bus", self.env["VASK_BUS_URL"], "--root", self.root],
             env=self.env, stdout=subprocess.PIPE, stderr=open(Path(self.root) / "sim.log", "w"), text=True)
-        with selectors.DefaultSelector() as selector:
-            selector.register(self.sim.stdout, selectors.EVENT_READ)
-            deadline = time.monotonic() + START_TIMEOUT_S
-            while time.monotonic() < deadline:
-                if selector.select(timeout=deadline - time.monotonic()):
-                    line = self.sim.stdout.readline()
-                    if line.strip() == READY_LINE:
-                        break
-                    if not line:
-                        raise RuntimeError("external-device-sim ended before it was ready")
-            else:
-                raise RuntimeError("external-device-sim was not ready in time")
+        wait_for_line(self.sim, READY_LINE, START_TIMEOUT_S)
         # Whatever it prints later must not fill the pipe.
         self._drain = threading.Thread(target=self.sim.stdout.read, daemon=True)
         self._drain.start()
