@@ -54,22 +54,26 @@ def get_voting(client):
 
 
 async def take_burst(client, room):
+    loop = asyncio.get_running_loop()
     stream = client.aevents("mic_on_event")
     emitter = threading.Thread(target=room.emit, args=("mic_on_event", '{"Group":"1","Id":"%d","On":true}', BURST))
     seen, expected, out_of_order = set(), 0, 0
-    start = time.perf_counter()
+    start = last = time.perf_counter()
     emitter.start()
-    last = start
     try:
-        while len(seen) < BURST:
-            _event, record = await asyncio.wait_for(stream.__anext__(), STALL_S)
-            number = int(record.id)
-            out_of_order += number != expected
-            expected = number + 1
-            seen.add(number)
-            last = time.perf_counter()
-    except asyncio.TimeoutError:
-        pass
+        async with asyncio.timeout(STALL_S) as stall:
+            async for _event, record in stream:
+                number = int(record.id)
+                out_of_order += number != expected
+                expected = number + 1
+                seen.add(number)
+                if len(seen) == BURST:
+                    break
+                if number % 1000 == 0:
+                    stall.reschedule(loop.time() + STALL_S)
+        last = time.perf_counter()
+    except TimeoutError:
+        last = time.perf_counter() - STALL_S
     finally:
         stream.close()
         emitter.join()
