@@ -222,13 +222,6 @@ void exe_mic_control_info(int action, py::object info)
     run("exe_mic_control_info", [&] { return ed_exe_mic_control_info(action, item); });
 }
 
-// The four item setters differ only in the library function.
-template <int (*Operation)(microphone_info &)> void item_operation(const char *name, py::object info)
-{
-    auto item = from_python<microphone_info>(info);
-    run(name, [&] { return Operation(item); });
-}
-
 void set_mic_control_cancel_mode_info(int cancel_mode, py::object info)
 {
     auto item = from_python<microphone_info>(info);
@@ -268,6 +261,20 @@ void def_local(py::module_ &m, py::class_<client_base> &client, const char *name
 {
     m.def(name, f, doc, extra...);
     def_method(client, name, f, doc, extra...);
+}
+
+// Registers an operation on one microphone item (the setters and deleters differ only in the
+// library function).
+void def_item_operation(py::class_<client_base> &client, const char *name, int (*operation)(microphone_info &),
+                        const char *doc)
+{
+    client.def(
+        name,
+        [name, operation](client_base &, py::object info) {
+            auto item = from_python<microphone_info>(info);
+            run(name, [&] { return operation(item); });
+        },
+        doc, py::arg("info"));
 }
 
 } // namespace
@@ -392,26 +399,21 @@ void define_operations(py::module_ &m, py::class_<client_base> &client)
                "executes, 2 goes home (MIC_CONTROL_SIMULATE, MIC_CONTROL_EXECUTE, MIC_CONTROL_HOME).\n"
                "Wraps ed_exe_mic_control_info; raises Error(-2) for another action.",
                arg("action"), arg("info"));
-    def_method(client, "set_mic_control_info", +[](py::object info) {
-        item_operation<ed_set_mic_control_info>("set_mic_control_info", std::move(info));
-    }, "Stores control item `info` (a MicrophoneInfo), then sends it to the service.\n"
-       "Wraps ed_set_mic_control_info.", arg("info"));
-    def_method(client, "del_mic_control_info", +[](py::object info) {
-        item_operation<ed_del_mic_control_info>("del_mic_control_info", std::move(info));
-    }, "Deletes the stored control item of info.gr and info.id, then tells the service.\n"
-       "Wraps ed_del_mic_control_info.", arg("info"));
-    def_method(client, "set_mic_group_conflict_info", +[](py::object info) {
-        item_operation<ed_set_mic_group_conflict_info>("set_mic_group_conflict_info", std::move(info));
-    }, "Stores the group-conflict item `info` of its group, then sends it to the service.\n"
-       "Wraps ed_set_mic_group_conflict_info.", arg("info"));
-    def_method(client, "del_mic_group_conflict_info", +[](py::object info) {
-        item_operation<ed_del_mic_group_conflict_info>("del_mic_group_conflict_info", std::move(info));
-    }, "Deletes the stored group-conflict item of info.gr, then tells the service.\n"
-       "Wraps ed_del_mic_group_conflict_info.", arg("info"));
-    def_method(client, "set_mic_control_conflict_mode_info", +[](py::object info) {
-        item_operation<ed_set_mic_control_conflict_mode_info>("set_mic_control_conflict_mode_info", std::move(info));
-    }, "Stores the general-conflict item `info`, then tells the service.\n"
-       "Wraps ed_set_mic_control_conflict_mode_info.", arg("info"));
+    def_item_operation(client, "set_mic_control_info", ed_set_mic_control_info,
+                       "Stores control item `info` (a MicrophoneInfo), then sends it to the service.\n"
+                       "Wraps ed_set_mic_control_info.");
+    def_item_operation(client, "del_mic_control_info", ed_del_mic_control_info,
+                       "Deletes the stored control item of info.gr and info.id, then tells the service.\n"
+                       "Wraps ed_del_mic_control_info.");
+    def_item_operation(client, "set_mic_group_conflict_info", ed_set_mic_group_conflict_info,
+                       "Stores the group-conflict item `info` of its group, then sends it to the service.\n"
+                       "Wraps ed_set_mic_group_conflict_info.");
+    def_item_operation(client, "del_mic_group_conflict_info", ed_del_mic_group_conflict_info,
+                       "Deletes the stored group-conflict item of info.gr, then tells the service.\n"
+                       "Wraps ed_del_mic_group_conflict_info.");
+    def_item_operation(client, "set_mic_control_conflict_mode_info", ed_set_mic_control_conflict_mode_info,
+                       "Stores the general-conflict item `info`, then tells the service.\n"
+                       "Wraps ed_set_mic_control_conflict_mode_info.");
     def_method(client, "set_mic_control_cancel_mode_info", set_mic_control_cancel_mode_info,
                "Stores `cancel_mode` and the default item `info`, then tells the service.\n"
                "Wraps ed_set_mic_control_cancel_mode_info.",

@@ -23,7 +23,7 @@ class Timeout(Error, TimeoutError): ...
 class _Record:
     def to_dict(self) -> Dict[str, Any]: ...
 
-class VotingInfo(_Record):
+class _VoteCounts(_Record):
     status: int
     agree: int
     disagree: int
@@ -33,34 +33,23 @@ class VotingInfo(_Record):
     def __init__(self, *, status: int = 0, agree: int = 0, disagree: int = 0, abandon: int = 0,
                  total: int = 0, time: int = 0) -> None: ...
 
-class SigMicOnData(_Record):
+class _MicrophoneState(_Record):
     status: int
     group: str
     id: str
     on: bool
     def __init__(self, *, status: int = 0, group: str = "", id: str = "", on: bool = False) -> None: ...
 
-class SigVotingResultsData(_Record):
-    status: int
-    agree: int
-    disagree: int
-    abandon: int
-    total: int
-    time: int
-    def __init__(self, *, status: int = 0, agree: int = 0, disagree: int = 0, abandon: int = 0,
-                 total: int = 0, time: int = 0) -> None: ...
+class VotingInfo(_VoteCounts): ...
+class SigVotingResultsData(_VoteCounts): ...
+class SigMicOnData(_MicrophoneState): ...
 
 class SigInfoDataChangeData(_Record):
     type: int
     data: int
     def __init__(self, *, type: int = 0, data: int = 0) -> None: ...
 
-class SigCamStatusData(_Record):
-    status: int
-    group: str
-    id: str
-    on: bool
-    def __init__(self, *, status: int = 0, group: str = "", id: str = "", on: bool = False) -> None: ...
+class SigCamStatusData(_MicrophoneState): ...
 
 class MicNode(_Record):
     group: str

@@ -22,10 +22,8 @@ def _record(cls):
 
 
 @_record
-class VotingInfo(_Record):
-    """ed_voting_info: the state of a delegate vote; a value the reply lacks is -1.
-
-    On input to Client.set_voting, ``status`` selects the action (VOTING_ENTER, ...)."""
+class _VoteCounts(_Record):
+    """The members that the vote's reply and its signal share."""
     status: int = 0
     agree: int = 0
     disagree: int = 0
@@ -35,11 +33,8 @@ class VotingInfo(_Record):
 
 
 @_record
-class SigMicOnData(_Record):
-    """sig_mic_on_data: a "mic_on_event" or "non_list_mic_event" signal.
-
-    ``group`` and ``id`` are "" when missing; ``on`` is true when "On" is 1. ``status`` is not set
-    by the library's parser and is always 0 here."""
+class _MicrophoneState(_Record):
+    """The members that the microphone and camera signals share."""
     status: int = 0
     group: str = ""
     id: str = ""
@@ -47,14 +42,23 @@ class SigMicOnData(_Record):
 
 
 @_record
-class SigVotingResultsData(_Record):
+class VotingInfo(_VoteCounts):
+    """ed_voting_info: the state of a delegate vote; a value the reply lacks is -1.
+
+    On input to Client.set_voting, ``status`` selects the action (VOTING_ENTER, ...)."""
+
+
+@_record
+class SigMicOnData(_MicrophoneState):
+    """sig_mic_on_data: a "mic_on_event" or "non_list_mic_event" signal.
+
+    ``group`` and ``id`` are "" when missing; ``on`` is true when "On" is 1. ``status`` is not set
+    by the library's parser and is always 0 here."""
+
+
+@_record
+class SigVotingResultsData(_VoteCounts):
     """sig_voting_results_data: a "voting_results_event" signal."""
-    status: int = 0
-    agree: int = 0
-    disagree: int = 0
-    abandon: int = 0
-    total: int = 0
-    time: int = 0
 
 
 @_record
@@ -65,12 +69,8 @@ class SigInfoDataChangeData(_Record):
 
 
 @_record
-class SigCamStatusData(_Record):
+class SigCamStatusData(_MicrophoneState):
     """sig_cam_status_data: a "cam_status_event" signal."""
-    status: int = 0
-    group: str = ""
-    id: str = ""
-    on: bool = False
 
 
 @_record
