@@ -191,8 +191,8 @@ void define_signals(py::module_ &m)
     m.def("_unlisten", unlisten, "Removes one listener of `event` (compared by identity).");
     m.def("_open", open_library, "ed_init, then every event registered with the module's callback.");
     m.def("_close", close_library, "Every event unregistered, then ed_release.");
-    m.def("_in_signal_callback", [] { return in_signal_callback; },
-          "True on the bus library's dispatch thread while a signal is being handed over.");
+    m.def("_refuse_in_callback", refuse_in_callback,
+          "Raises ValueError on the bus library's dispatch thread while a signal is handed over.");
     m.def("set_opt", set_opt,
           "Sets a library option. OPT_SIGNAL_PARSE (0): non-zero (the default) hands each signal to\n"
           "Python as its record, 0 as the raw JSON text; it takes effect on the next signal. Other\n"

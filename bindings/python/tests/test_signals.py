@@ -153,3 +153,28 @@ def Close_ShouldBeRefusedInsideACallback(client, sim):
     assert done.wait(WAIT_S)
     assert outcome == ["close cannot run inside a signal callback: it would wait for that callback"]
     assert client.is_open and client.get_voting().status == 0
+
+
+def Close_ShouldRefuseACallbackWhileTheClientClosesWithoutDeadlock(client, sim):
+    from vask_external_device import _client
+    outcome = []
+    started = threading.Event()
+
+    def on_mic(record):
+        started.set()
+        # Waits (bounded) until the main thread is inside close(), which then waits for this callback.
+        for _ in range(WAIT_S * 1000):
+            if _client._lock.locked():
+                break
+            threading.Event().wait(0.001)
+        try:
+            client.close()
+        except ValueError as error:
+            outcome.append(str(error))
+
+    client.subscribe("mic_on_event", on_mic)
+    sim.edctl("sim", "press", "1", "1")
+    assert started.wait(WAIT_S)
+    client.close()
+    assert outcome == ["close cannot run inside a signal callback: it would wait for that callback"]
+    assert not client.is_open

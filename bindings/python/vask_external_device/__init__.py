@@ -97,3 +97,8 @@ MIC_CONTROL_EXECUTE = 1
 MIC_CONTROL_HOME = 2
 
 __all__ = [name for name in dir() if not name.startswith("_")]
+
+# The public classes are documented and printed as members of the package.
+for _name in __all__:
+    if isinstance(globals()[_name], type):
+        globals()[_name].__module__ = __name__

@@ -69,6 +69,7 @@ class Client(_native.ClientBase):
         process is open, Error(-1) when the bus library cannot be started. ValueError inside a
         signal callback."""
         global _open_client
+        _native._refuse_in_callback("open")  # before the lock, which close() holds while it waits
         with _lock:
             if self._open:
                 return self
@@ -85,6 +86,7 @@ class Client(_native.ClientBase):
         subscribe() callbacks. Closing a closed Client does nothing. Raises ValueError inside a
         signal callback, where it would wait for that very callback."""
         global _open_client
+        _native._refuse_in_callback("close")  # before the lock, which close() holds while it waits
         with _lock:
             if not self._open:
                 return
