@@ -98,12 +98,41 @@ void deliver(int index, const char *event, const char *payload)
     }
 }
 
+// The dispatch thread's Python thread state, made on its first signal and kept until the thread
+// ends (ed_release), instead of one made and destroyed for every signal. It is registered the
+// PyGILState way, so that code a callback calls may itself take the GIL with PyGILState_Ensure.
+class dispatch_thread_state {
+public:
+    void keep()
+    {
+        if (saved_ != nullptr)
+            return;
+        PyGILState_Ensure();
+        saved_ = PyEval_SaveThread();
+    }
+
+    ~dispatch_thread_state()
+    {
+        // An interpreter already going away is left alone: its thread states go with it.
+        if (saved_ == nullptr || !interpreter_running())
+            return;
+        PyEval_RestoreThread(saved_);
+        PyGILState_Release(PyGILState_UNLOCKED);
+    }
+
+private:
+    PyThreadState *saved_ = nullptr;
+};
+
+thread_local dispatch_thread_state dispatch_state;
+
 // The callback handed to ed_register_signal, on the bus library's dispatch thread.
 void on_signal(const char *event, void *data, void * /*user*/)
 {
     int index = find_event(event);
     if (index < 0 || !wanted[index].load() || data == nullptr || !interpreter_running())
         return;
+    dispatch_state.keep();
     py::gil_scoped_acquire gil;
     in_signal_callback = true;
     try {
