@@ -161,7 +161,7 @@ int serve(console::server_options options, std::chrono::milliseconds presence_in
             sigwait(&stop_signals, &signal);
             server.stop();
         });
-        std::printf("%s: listening on %s\n", kProgram, server.url().c_str());
+        std::printf("%s: listening on %s\n%s: ready\n", kProgram, server.url().c_str(), kProgram);
         std::fflush(stdout);
         status = server.run() ? 0 : 1;
         // Wakes the waiter when the server ended by itself.

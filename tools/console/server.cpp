@@ -132,6 +132,8 @@ console_server::~console_server() = default;
 void console_server::state::gate(const httplib::Request &request, httplib::Response &response, bool &handled)
 {
     handled = true;
+    // A refused request's body is never read: the connection cannot carry another request.
+    response.set_header("Connection", "close");
     std::string host = request.get_header_value("Host");
     if (!login_enabled() && !is_loopback(host_name(host)))
         return send(response, refusal(403, "this console answers on loopback names only, not \"" + host + "\""));
@@ -153,6 +155,7 @@ void console_server::state::gate(const httplib::Request &request, httplib::Respo
             request.get_header_value("X-CSRF-Token") != csrf)
             return send(response, refusal(403, "missing or wrong X-CSRF-Token"));
     }
+    response.headers.erase("Connection");
     handled = false;
 }
 
