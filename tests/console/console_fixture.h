@@ -12,6 +12,7 @@
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
+#include <utility>
 #include <vector>
 
 #include "broker.h"
@@ -21,6 +22,27 @@
 namespace vask_test {
 
 constexpr const char *kConsoleReadyLine = "vask-console: ready";
+
+// Every endpoint of the console (method, a path that reaches it); the OpenAPI document must list
+// exactly these.
+constexpr std::pair<const char *, const char *> kConsoleEndpoints[] = {
+    {"GET", "/api/voting"}, {"POST", "/api/voting"}, {"GET", "/api/microphones/on"},
+    {"GET", "/api/mic-central/state"}, {"POST", "/api/mic-central/test"}, {"GET", "/api/rs232/devices"},
+    {"GET", "/api/imshare"}, {"PUT", "/api/imshare"}, {"GET", "/api/mic-central"}, {"PUT", "/api/mic-central"},
+    {"GET", "/api/castdeck"}, {"PUT", "/api/castdeck"}, {"GET", "/api/projector"}, {"PUT", "/api/projector"},
+    {"POST", "/api/projector/test"}, {"GET", "/api/tcp-control"}, {"PUT", "/api/tcp-control"},
+    {"GET", "/api/rs232/control"}, {"PUT", "/api/rs232/control"}, {"GET", "/api/mic-control/items"},
+    {"POST", "/api/mic-control/items"}, {"POST", "/api/mic-control/items/execute"},
+    {"POST", "/api/mic-control/items/simulate"}, {"POST", "/api/mic-control/home"},
+    {"DELETE", "/api/mic-control/items/1/7"}, {"GET", "/api/mic-control/conflicts"},
+    {"POST", "/api/mic-control/conflicts"}, {"DELETE", "/api/mic-control/conflicts/1"},
+    {"GET", "/api/mic-control/default-mode"}, {"PUT", "/api/mic-control/default-mode"},
+    {"GET", "/api/mic-control/conflict-mode"}, {"PUT", "/api/mic-control/conflict-mode"},
+    {"GET", "/api/mic-control/speakers-mode"}, {"PUT", "/api/mic-control/speakers-mode"},
+    {"GET", "/api/zorvo/firmware"}, {"GET", "/api/zorvo/macros"}, {"PUT", "/api/zorvo/macros/1"},
+    {"POST", "/api/zorvo/macros/1/goto"}, {"POST", "/api/config/validate"}, {"GET", "/api/events"},
+    {"GET", "/api/status"}, {"GET", "/api/session"}, {"GET", "/api/openapi.json"}, {"POST", "/api/logout"},
+};
 
 // vask-console as a child process, stopped with SIGTERM and expected to exit cleanly.
 class console_process {

@@ -99,27 +99,9 @@ protected:
 
 TEST_F(ConsoleSecureTest, NoSession_ShouldAnswer401OnEveryEndpointButLogin)
 {
-    const std::pair<const char *, const char *> endpoints[] = {
-        {"GET", "/api/voting"}, {"POST", "/api/voting"}, {"GET", "/api/microphones/on"},
-        {"GET", "/api/mic-central/state"}, {"POST", "/api/mic-central/test"}, {"GET", "/api/rs232/devices"},
-        {"GET", "/api/imshare"}, {"PUT", "/api/imshare"}, {"GET", "/api/mic-central"}, {"PUT", "/api/mic-central"},
-        {"GET", "/api/castdeck"}, {"PUT", "/api/castdeck"}, {"GET", "/api/projector"}, {"PUT", "/api/projector"},
-        {"POST", "/api/projector/test"}, {"GET", "/api/tcp-control"}, {"PUT", "/api/tcp-control"},
-        {"GET", "/api/rs232/control"}, {"PUT", "/api/rs232/control"}, {"GET", "/api/mic-control/items"},
-        {"POST", "/api/mic-control/items"}, {"POST", "/api/mic-control/items/execute"},
-        {"POST", "/api/mic-control/items/simulate"}, {"POST", "/api/mic-control/home"},
-        {"DELETE", "/api/mic-control/items/1/7"}, {"GET", "/api/mic-control/conflicts"},
-        {"POST", "/api/mic-control/conflicts"}, {"DELETE", "/api/mic-control/conflicts/1"},
-        {"GET", "/api/mic-control/default-mode"}, {"PUT", "/api/mic-control/default-mode"},
-        {"GET", "/api/mic-control/conflict-mode"}, {"PUT", "/api/mic-control/conflict-mode"},
-        {"GET", "/api/mic-control/speakers-mode"}, {"PUT", "/api/mic-control/speakers-mode"},
-        {"GET", "/api/zorvo/firmware"}, {"GET", "/api/zorvo/macros"}, {"PUT", "/api/zorvo/macros/1"},
-        {"POST", "/api/zorvo/macros/1/goto"}, {"POST", "/api/config/validate"}, {"GET", "/api/events"},
-        {"GET", "/api/status"}, {"GET", "/api/session"}, {"GET", "/api/openapi.json"}, {"POST", "/api/logout"},
-    };
     // An event stream let through would never end: a short read timeout turns it into a failure.
     client_->set_read_timeout(5, 0);
-    for (const auto &endpoint : endpoints) {
+    for (const auto &endpoint : vask_test::kConsoleEndpoints) {
         vask_test::http_answer answer = call(endpoint.first, endpoint.second, "{}");
         EXPECT_EQ(answer.status, 401) << endpoint.first << " " << endpoint.second;
         EXPECT_EQ(answer.body, "{\"code\":-401,\"error\":\"log in first: POST /api/login\"}\n") << endpoint.second;
