@@ -18,34 +18,42 @@ template <typename Get, typename Name> api_reply get_device(Get get, Name name_o
     return from_result(rc, op_kind::file, rc == 0 ? protocol_json(info, name_of(info.protocol)) : nullptr);
 }
 
+// The setters' one cycle: read the stored record with `get`, change it by the request with `merge`
+// (a problem refuses the request, nothing stored), then store and apply it with `set`.
+template <typename Record, typename Get, typename Merge, typename Set>
+api_reply change_stored(const api_request &request, Get get, Merge merge, Set set)
+{
+    Record info{};
+    int rc = get(&info);
+    if (rc != 0)
+        return from_result(rc, op_kind::file);
+    problem bad = merge(request.body, info);
+    if (!bad.empty())
+        return bad_input(bad);
+    return from_result(set(info), op_kind::service);
+}
+
 api_reply get_mic_central(const api_request &) { return get_device(ed_get_mic_central_info, GetProtocolString); }
 
 api_reply set_mic_central(const api_request &request)
 {
-    external_protocol_info info{};
-    int rc = ed_get_mic_central_info(&info);
-    if (rc != 0)
-        return from_result(rc, op_kind::file);
-    problem bad = merge_protocol(request.body, info);
-    if (!bad.empty())
-        return bad_input(bad);
-    return from_result(ed_set_mic_central_info(info), op_kind::service);
+    return change_stored<external_protocol_info>(request, ed_get_mic_central_info, merge_protocol,
+                                                 ed_set_mic_central_info);
 }
 
 api_reply get_castdeck(const api_request &) { return get_device(ed_get_castdeck_info, GetProtocolString); }
 
-api_reply set_castdeck(const api_request &request)
+problem merge_castdeck(const cJSON *body, external_protocol_info &info)
 {
-    external_protocol_info info{};
-    int rc = ed_get_castdeck_info(&info);
-    if (rc != 0)
-        return from_result(rc, op_kind::file);
-    problem bad = merge_protocol(request.body, info);
+    problem bad = merge_protocol(body, info);
     if (bad.empty() && info.protocol != 0 && info.protocol != 1 && info.protocol != 21)
         bad = "the media station's \"protocol\" must be 0 (none), 1 (tcp) or 21 (rs232)";
-    if (!bad.empty())
-        return bad_input(bad);
-    return from_result(ed_set_castdeck_info(info), op_kind::service);
+    return bad;
+}
+
+api_reply set_castdeck(const api_request &request)
+{
+    return change_stored<external_protocol_info>(request, ed_get_castdeck_info, merge_castdeck, ed_set_castdeck_info);
 }
 
 // The projector's protocols: their names in the API and in the file, and their numbers in the record.
@@ -149,24 +157,25 @@ api_reply get_tcp_control(const api_request &)
     return ok(std::move(out));
 }
 
-api_reply set_tcp_control(const api_request &request)
+problem merge_tcp_control(const cJSON *body, external_control_info &info)
 {
     static const char *const known[] = {"authentication", "port", nullptr};
-    external_control_info info{};
-    int rc = ed_get_tcp_control_settings(&info);
-    if (rc != 0)
-        return from_result(rc, op_kind::file);
-    problem bad = unknown_member(request.body, known);
-    for (problem step : {read_bool(request.body, "authentication", info.authentication, false),
-                         read_string(request.body, "port", info.port, false)}) {
+    problem bad = unknown_member(body, known);
+    for (problem step : {read_bool(body, "authentication", info.authentication, false),
+                         read_string(body, "port", info.port, false)}) {
         if (bad.empty())
             bad = step;
     }
-    if (bad.empty() && cJSON_GetObjectItemCaseSensitive(request.body, "port"))
+    if (bad.empty() && cJSON_GetObjectItemCaseSensitive(body, "port"))
         bad = check_tcp_port("port", info.port);
-    if (!bad.empty())
-        return bad_input(bad);
-    return from_result(ed_set_tcp_control_settings(info.authentication, info.port), op_kind::service);
+    return bad;
+}
+
+api_reply set_tcp_control(const api_request &request)
+{
+    return change_stored<external_control_info>(
+        request, ed_get_tcp_control_settings, merge_tcp_control,
+        [](external_control_info &info) { return ed_set_tcp_control_settings(info.authentication, info.port); });
 }
 
 // The RS232 control options: each member's name, and where it lives in the record.
@@ -238,14 +247,8 @@ problem merge_rs232_control(const cJSON *body, external_rs232_control &info)
 
 api_reply set_rs232_control(const api_request &request)
 {
-    external_rs232_control info{};
-    int rc = ed_get_external_rs232_control_info(&info);
-    if (rc != 0)
-        return from_result(rc, op_kind::file);
-    problem bad = merge_rs232_control(request.body, info);
-    if (!bad.empty())
-        return bad_input(bad);
-    return from_result(ed_set_external_rs232_control_info(info), op_kind::service);
+    return change_stored<external_rs232_control>(request, ed_get_external_rs232_control_info, merge_rs232_control,
+                                                 ed_set_external_rs232_control_info);
 }
 
 } // namespace
