@@ -73,6 +73,8 @@ bool room_events::start()
         return false;
     // Not connected within 2 s: the client keeps trying, and the probe reports offline meanwhile.
     bus_connect(probe_, 0);
+    // The first probe before the console serves, so that no client sees "unknown".
+    probe();
     thread_ = std::thread(&room_events::probe_loop, this);
     return true;
 }
@@ -115,18 +117,21 @@ void room_events::set_presence(const char *state)
     hub_.publish("presence", std::string("{\"state\":\"") + state + "\"}");
 }
 
+void room_events::probe()
+{
+    char reply[BUS_REPLY_MAX];
+    int length = 0;
+    int rc = bus_method_call_sync(probe_, kService, kProbeMethod, nullptr, 0, reply, &length, kProbeTimeoutSeconds);
+    set_presence(rc == BUS_ERR_NO_SERVICE || rc == BUS_ERR_FAILED ? "offline" : "online");
+}
+
 void room_events::probe_loop()
 {
     std::unique_lock<std::mutex> lock(mutex_);
-    while (!stopping_) {
+    while (!wake_.wait_for(lock, interval_, [this] { return stopping_; })) {
         lock.unlock();
-        char reply[BUS_REPLY_MAX];
-        int length = 0;
-        int rc = bus_method_call_sync(probe_, kService, kProbeMethod, nullptr, 0, reply, &length,
-                                      kProbeTimeoutSeconds);
-        set_presence(rc == BUS_ERR_NO_SERVICE || rc == BUS_ERR_FAILED ? "offline" : "online");
+        probe();
         lock.lock();
-        wake_.wait_for(lock, interval_, [this] { return stopping_; });
     }
 }
 

@@ -29,8 +29,9 @@ public:
     room_events(const room_events &) = delete;
     room_events &operator=(const room_events &) = delete;
 
-    // Registers the signal callbacks (after ed_init) and starts the probe. False when the bus
-    // library cannot be started or the probe's client cannot be made.
+    // Registers the signal callbacks (after ed_init), probes once (at most 2 s) and starts the
+    // probe's thread. False when the bus library cannot be started or the probe's client cannot be
+    // made.
     bool start();
     // Stops the probe and unregisters the callbacks (before ed_release). Waits for a probe in flight.
     void stop();
@@ -39,6 +40,7 @@ public:
     std::string presence() const;
 
 private:
+    void probe();
     void probe_loop();
     void set_presence(const char *state);
 
