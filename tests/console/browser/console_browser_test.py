@@ -102,6 +102,7 @@ class ConsolePage(unittest.TestCase):
         self.assertEqual(self.driver.find_elements(By.CSS_SELECTOR, "#items-table img"), [])
         self.assertEqual(self.room.etc("microphone_control.json")["microphone_config"],
                          [{"gr": "1", "id": "7", "nt": hostile, "c0": 3, "p0": 1}])
+        self.driver.execute_script("document.getElementById('mic-control').scrollIntoView()")
         self.driver.save_screenshot(os.path.join(os.environ.get("VASK_SCREENSHOT_DIR", "."), "hostile_item.png"))
         self.driver.find_element(By.XPATH, "//table[@id='items-table']//button[text()='Delete']").click()
         self.wait.until(lambda d: len(d.find_elements(By.CSS_SELECTOR, "#items-table tbody tr")) == 0)
