@@ -134,6 +134,13 @@ ED_API int ed_release();
  * @return 0. */
 ED_API int ed_set_opt(int option, int value);
 
+/** Copies the counters and queue levels of the library's bus client into `stats`: how many signals
+ * were dropped because the callbacks fell behind (the dispatch queue keeps the newest ones within
+ * VASK_BUS_QUEUE_MESSAGES / VASK_BUS_QUEUE_BYTES), how many wait now. Any thread may call it.
+ * @return 0; -1 when the library is not open or `stats` is null.
+ * @param stats receives the figures (see bus_client_stats in vask_bus.h) */
+ED_API int ed_get_bus_stats(bus_client_stats *stats);
+
 /** @} */
 /** @name Voting */
 /** @{ */

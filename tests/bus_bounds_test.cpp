@@ -197,3 +197,40 @@ TEST_F(BusTest, MadeUpHandle_ShouldBeRefused)
     EXPECT_EQ(bus_connect(reinterpret_cast<bus_client *>(uintptr_t{0x1000}), 0), BUS_ERR_FAILED);
     EXPECT_EQ(bus_disconnect(reinterpret_cast<bus_client *>(~uintptr_t{0})), BUS_ERR_FAILED);
 }
+
+namespace {
+
+std::atomic<int> g_slow_calls{0};
+
+void slow_callback(const char *, void *, void *)
+{
+    ++g_slow_calls;
+    std::this_thread::sleep_for(50ms);
+}
+
+} // namespace
+
+TEST_F(BusTest, LibraryStats_ShouldCountTheSignalsItsCallbacksMissed)
+{
+    bus_client_stats stats{};
+    EXPECT_EQ(ed_get_bus_stats(&stats), -1) << "not open yet";
+    setenv("VASK_BUS_QUEUE_MESSAGES", "5", 1);
+    ASSERT_EQ(ed_init(), 0);
+    unsetenv("VASK_BUS_QUEUE_MESSAGES");
+    EXPECT_EQ(ed_get_bus_stats(nullptr), -1);
+    g_slow_calls = 0;
+    ASSERT_EQ(ed_register_signal("mic_on_event", slow_callback), 0);
+    const std::string payload = "{\"Group\":\"1\",\"Id\":\"7\",\"On\":true}";
+    for (int i = 0; i < 50; ++i)
+        ASSERT_EQ(bus_signal_emit(service_->client(), "external_device", "mic_on_event", payload.data(),
+                                  static_cast<int>(payload.size())),
+                  BUS_OK);
+    ASSERT_TRUE(vask_test::eventually([&] {
+        return ed_get_bus_stats(&stats) == 0 && stats.dispatch_queued == 0 &&
+               g_slow_calls.load() + static_cast<int>(stats.signals_dropped) == 50;
+    }));
+    EXPECT_GT(stats.signals_dropped, 0u);
+    ed_unregister_signal("mic_on_event");
+    EXPECT_EQ(ed_release(), 0);
+    EXPECT_EQ(ed_get_bus_stats(&stats), -1) << "closed again";
+}
