@@ -175,12 +175,14 @@ protected:
         for (const char *sub : {"/info", "/updates", "/triggers"})
             std::filesystem::create_directories(admin + sub);
         vask_test::write_file(admin + "/status", "");
-        // Unpacked, not configured: configuring runs the runtime package's ldconfig, which would
-        // rebuild this machine's linker cache rather than the root's. The root has none of the
-        // system libraries the packages depend on.
+        // Unpacked, not configured: configuring runs the runtime package's ldconfig and the tools'
+        // systemd helper, which would change this machine's linker cache and unit state rather
+        // than the root's. The root has none of the system libraries the packages depend on, nor a
+        // shell to chroot into: the maintainer scripts run outside it with DPKG_ROOT set to it,
+        // and on unpacking a new install they do nothing.
         unpack_ = run_program({VASK_DPKG, "--instdir=" + root_->path(), "--admindir=" + admin,
                                "--log=" + root_->path() + "/dpkg.log", "--force-not-root", "--force-depends",
-                               "--unpack", deb(kRuntime), deb(kDev), deb(kTools)},
+                               "--force-script-chrootless", "--unpack", deb(kRuntime), deb(kDev), deb(kTools)},
                               {}, std::chrono::seconds(60));
     }
 
