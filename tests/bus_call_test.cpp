@@ -247,17 +247,25 @@ TEST_F(BusTest, ClientFreedByAnotherThread_ShouldLeaveItsCreatorRunning)
         changed.notify_all();
         changed.wait(hold, [&] { return may_finish; });
         finished = true;
+        changed.notify_all();
     });
     {
         std::unique_lock<std::mutex> hold(mutex);
         ASSERT_TRUE(changed.wait_for(hold, 10s, [&] { return created != nullptr; }));
     }
     bus_client_free(created);
+    EXPECT_EQ(bus_connect(created, 0), BUS_ERR_FAILED) << "the freed client still counts as live";
+    bool ran_to_its_end;
     {
-        std::lock_guard<std::mutex> hold(mutex);
+        std::unique_lock<std::mutex> hold(mutex);
         may_finish = true;
         changed.notify_all();
+        ran_to_its_end = changed.wait_for(hold, 10s, [&] { return finished; });
+    }
+    if (!ran_to_its_end) {
+        // The thread is stuck and cannot be joined; end the test program rather than hang it.
+        ADD_FAILURE() << "the creating thread did not run to its end";
+        std::_Exit(1);
     }
     creator.join();
-    EXPECT_TRUE(finished) << "the creating thread did not run to its end";
 }

@@ -27,6 +27,15 @@ constexpr const char *kLogSource = "vask_bus";
 constexpr int kQosRequest = 0;
 constexpr int kQosSignal = 1;
 constexpr auto kAckWait = std::chrono::seconds(2);
+// Teardown waits this long for the broker to acknowledge the "offline" of the client's services,
+// and then as long again for the DISCONNECT to leave; a silent broker costs no more.
+constexpr auto kTeardownStepWait = std::chrono::milliseconds(400);
+// One connection attempt (name resolution, TCP, TLS, CONNACK) is given up after this long.
+constexpr auto kConnectTimeout = std::chrono::seconds(5);
+
+// Defaults of the queue limits (VASK_BUS_QUEUE_MESSAGES / VASK_BUS_QUEUE_BYTES override them).
+constexpr int kDefaultQueueMessages = 10000;
+constexpr size_t kDefaultQueueBytes = 16u * 1024u * 1024u;
 
 // One synchronous call waiting for its reply; lives on the caller's stack and is reachable from the
 // client's table only while the caller waits.
@@ -50,6 +59,19 @@ struct dispatch_item {
     std::string payload;
     std::string response_topic;
     std::string correlation;
+    // A request's message expiry, counted from its arrival; a request still queued then is dropped,
+    // since its caller has given up.
+    steady::time_point expires = steady::time_point::max();
+
+    size_t cost() const { return topic.size() + payload.size() + response_topic.size() + correlation.size(); }
+};
+
+// What a client's queues may hold, and what they counted.
+struct queue_limits {
+    int dispatch_messages = kDefaultQueueMessages;
+    size_t dispatch_bytes = kDefaultQueueBytes;
+    int send_messages = kDefaultQueueMessages;
+    size_t send_bytes = kDefaultQueueBytes;
 };
 
 struct broker_address {
@@ -60,7 +82,8 @@ struct broker_address {
 
 } // namespace vask_bus
 
-struct bus_client {
+struct client_state {
+    bus_client *handle = nullptr; // what the application and the handlers see
     std::string name;
     std::string client_id;
     std::string reply_topic; // as on the wire, namespace included
@@ -82,13 +105,19 @@ struct bus_client {
 
     std::map<std::string, bus_signal_handler> signals;      // full topic -> handler
     std::map<std::string, vask_bus::service_entry> services; // service name -> handler
-    std::string will_service;
+    std::string will_service; // applied by the network thread before each connection attempt
     std::unordered_map<std::string, bool> presence; // service name -> online
     std::unordered_map<std::string, vask_bus::pending_call *> calls; // correlation -> caller
     std::mt19937_64 random;
     void *user = nullptr;
 
     std::deque<vask_bus::dispatch_item> queue;
+    size_t queue_bytes = 0;
+    vask_bus::queue_limits limits;
+    std::map<int, size_t> outgoing; // QoS 1 messages not yet acknowledged: message id -> bytes
+    size_t outgoing_bytes = 0;
+    bus_client_stats stats{};
+    vask_bus::steady::time_point drop_logged{};
     std::condition_variable queue_changed;
     std::thread dispatcher;
     bool dispatch_stop = false;
@@ -100,8 +129,8 @@ struct bus_client {
 
 namespace vask_bus {
 
-// Handles of live clients; a null or freed handle fails the check.
-bool client_is_live(const bus_client *client);
+// The client of a handle; null for a null, freed or made-up handle.
+client_state *resolve_client(const bus_client *handle);
 
 // True while the calling thread runs a signal or method handler of any client.
 bool in_handler();
@@ -112,7 +141,7 @@ std::string method_topic(const std::string &service, const std::string &method);
 std::string state_topic(const std::string &service);
 
 // The topic as published and subscribed: the client's namespace in front of `topic`.
-inline std::string wire(const bus_client *client, const std::string &topic)
+inline std::string wire(const client_state *client, const std::string &topic)
 {
     return client->wire_prefix + topic;
 }
@@ -125,11 +154,11 @@ bool parse_broker_url(const char *url, broker_address *out);
 
 // Subscribes while the client's mutex is held, so that the acknowledgement cannot be handled before
 // its message id is recorded. Returns the mosquitto result.
-int subscribe_locked(bus_client *client, const std::string &topic, int qos);
+int subscribe_locked(client_state *client, const std::string &topic, int qos);
 
 // Waits (mutex held through `lock`) until every recorded subscription is acknowledged, the client
 // disconnects, or `deadline` passes.
-void wait_for_acks(bus_client *client, std::unique_lock<std::mutex> &lock, steady::time_point deadline);
+void wait_for_acks(client_state *client, std::unique_lock<std::mutex> &lock, steady::time_point deadline);
 
 // Which queued items or running handler a teardown concerns: one signal's exact topic, or every
 // topic under a prefix ("S/method/" for a service), or everything (an empty prefix).
@@ -143,27 +172,57 @@ struct topic_match {
 };
 
 // Waits until a running handler whose topic matches has returned.
-void wait_for_handler(bus_client *client, std::unique_lock<std::mutex> &lock, const topic_match &match);
+void wait_for_handler(client_state *client, std::unique_lock<std::mutex> &lock, const topic_match &match);
 
 // Removes the queued items whose topic matches.
-void drop_queued(bus_client *client, const topic_match &match);
+void drop_queued(client_state *client, const topic_match &match);
 
-void publish_presence(bus_client *client, const std::string &service, bool online);
+void publish_presence(client_state *client, const std::string &service, bool online);
 
-// Announces `services` as offline and waits (at most 2 s) until the broker has acknowledged it.
+// Announces `services` as offline and waits (at most kTeardownStepWait) until the broker has
+// acknowledged it.
 // An unacknowledged announcement would be sent again after a reconnection, possibly after the
 // "online" of that connection, and leave the service looking offline.
-void announce_offline(bus_client *client, std::unique_lock<std::mutex> &lock,
+void announce_offline(client_state *client, std::unique_lock<std::mutex> &lock,
                       const std::vector<std::string> &services);
+
+// Reads VASK_BUS_QUEUE_MESSAGES and VASK_BUS_QUEUE_BYTES into the defaults of a new client.
+queue_limits limits_from_environment();
+
+// Adds an arriving signal or request to the dispatch queue (mutex held), dropping the oldest
+// signals (or, when none is queued, the oldest requests) that no longer fit the limits. Returns
+// true when something was dropped.
+bool enqueue_locked(client_state *client, dispatch_item &&item);
+
+// Removes the queued item at `it` and gives back its room.
+std::deque<dispatch_item>::iterator unqueue_locked(client_state *client, std::deque<dispatch_item>::iterator it);
+
+// Logs the drops counted so far at level 1, at most once a second (mutex not held).
+void report_drops(client_state *client);
+
+// Publishes a QoS 1 message and records it until the broker acknowledges it (mutex held, so that
+// the acknowledgement cannot be handled before the record exists).
+int publish_tracked_locked(client_state *client, int *mid, const std::string &topic, int length,
+                           const void *payload, bool retain);
+
+// Marks a descriptor close-on-exec, so that programs the application starts do not inherit it.
+void set_close_on_exec(int fd);
+
+// The connection's callbacks, and the properties every connection of the client is made with.
+void install_network_callbacks(client_state *client);
+int set_connect_properties(client_state *client);
+
+// The network thread: connects, runs the connection, reconnects with back-off until stopped.
+void network_main(client_state *client, broker_address address);
 
 // Network-thread entry points.
 void on_message(mosquitto *mosq, void *obj, const mosquitto_message *message,
                 const mosquitto_property *properties);
-void deliver_reply(bus_client *client, const mosquitto_message *message,
+void deliver_reply(client_state *client, const mosquitto_message *message,
                    const mosquitto_property *properties);
-void fail_pending_calls(bus_client *client, int result);
+void fail_pending_calls(client_state *client, int result);
 
-void dispatch_main(bus_client *client);
+void dispatch_main(client_state *client);
 
 } // namespace vask_bus
 

@@ -11,7 +11,7 @@ constexpr int kMaxTimeoutS = 3600;
 constexpr size_t kCorrelationBytes = 16;
 
 // Random rather than a counter, so that a restarted process never repeats a pending call's id.
-std::string new_correlation(bus_client *client)
+std::string new_correlation(client_state *client)
 {
     std::string correlation(kCorrelationBytes, '\0');
     for (size_t i = 0; i < kCorrelationBytes; i += sizeof(uint64_t)) {
@@ -21,7 +21,7 @@ std::string new_correlation(bus_client *client)
     return correlation;
 }
 
-int publish_request(bus_client *client, const std::string &topic, const char *body, int body_length,
+int publish_request(client_state *client, const std::string &topic, const char *body, int body_length,
                     const std::string &correlation, int timeout_s)
 {
     mosquitto_property *properties = nullptr;
@@ -45,13 +45,14 @@ int publish_request(bus_client *client, const std::string &topic, const char *bo
 
 using namespace vask_bus;
 
-extern "C" int bus_method_call_sync(bus_client *client, const char *service, const char *method,
+extern "C" int bus_method_call_sync(bus_client *handle, const char *service, const char *method,
                                     const char *body, int body_length, char *reply,
                                     int *reply_length, int timeout_s)
 {
     if (reply_length != nullptr)
         *reply_length = 0;
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (!valid_name(service) || !valid_name(method) || reply == nullptr || reply_length == nullptr ||
         body_length < 0 || (body == nullptr && body_length != 0) || timeout_s < 1 ||

@@ -1,4 +1,4 @@
-// Client lifecycle and the connection: the network thread, reconnection and resubscription.
+// Client lifecycle: making and freeing clients, connecting and disconnecting.
 #include "bus_internal.h"
 
 #include <algorithm>
@@ -10,7 +10,7 @@
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <unordered_set>
+#include <stdexcept>
 
 #include "tulo_log.h"
 
@@ -18,15 +18,47 @@ using namespace vask_bus;
 
 namespace {
 
-constexpr int kKeepaliveS = 15;
-constexpr int kSessionExpiryS = 120;
-constexpr int kMaxBackoffS = 30;
-constexpr int kLoopTimeoutMs = 250;
 constexpr size_t kMaxNameLength = 64;
 
 std::mutex g_registry_mutex;
-std::unordered_set<const bus_client *> g_live_clients;
 int g_init_count = 0;
+
+// A handle is not the client's address but a slot number with the slot's generation, so that a
+// freed handle is never taken for a newer client that reuses its memory or its slot.
+struct client_slot {
+    uint64_t generation = 1;
+    client_state *client = nullptr;
+};
+constexpr int kSlotBits = 24;
+constexpr uintptr_t kSlotMask = (uintptr_t{1} << kSlotBits) - 1;
+std::vector<client_slot> g_slots;
+std::vector<size_t> g_free_slots;
+
+// Gives `client` a slot and its handle (registry mutex held).
+bus_client *register_client(client_state *client)
+{
+    size_t index;
+    if (!g_free_slots.empty()) {
+        index = g_free_slots.back();
+        g_free_slots.pop_back();
+    } else {
+        if (g_slots.size() >= kSlotMask)
+            throw std::length_error("too many bus clients");
+        g_slots.emplace_back();
+        index = g_slots.size() - 1;
+    }
+    g_slots[index].client = client;
+    return reinterpret_cast<bus_client *>((g_slots[index].generation << kSlotBits) | (index + 1));
+}
+
+// Takes the handle's slot back; the handle and its copies stop resolving (registry mutex held).
+void unregister_client(const bus_client *handle)
+{
+    size_t index = (reinterpret_cast<uintptr_t>(handle) & kSlotMask) - 1;
+    g_slots[index].client = nullptr;
+    ++g_slots[index].generation;
+    g_free_slots.push_back(index);
+}
 
 uint64_t random_seed()
 {
@@ -35,17 +67,6 @@ uint64_t random_seed()
         seed = static_cast<uint64_t>(steady::now().time_since_epoch().count()) ^
                (static_cast<uint64_t>(getpid()) << 32);
     return seed;
-}
-
-// libmosquitto 2.0.11 opens its sockets without close-on-exec: the pair that wakes its loop (in
-// mosquitto_new) and the broker connection (at each connect). Every program the application starts
-// (the library's shell commands among them) would inherit them, and could hold the broker
-// connection open after this process has let it go.
-void set_close_on_exec(int fd)
-{
-    int flags = fcntl(fd, F_GETFD);
-    if (flags >= 0 && (flags & FD_CLOEXEC) == 0)
-        fcntl(fd, F_SETFD, flags | FD_CLOEXEC);
 }
 
 // The process's sockets, as "<fd> socket:[<inode>]".
@@ -81,124 +102,7 @@ void close_new_local_sockets_on_exec(const std::set<std::string> &before)
     }
 }
 
-void on_connect(mosquitto *, void *obj, int rc, int, const mosquitto_property *)
-{
-    auto *client = static_cast<bus_client *>(obj);
-    if (rc != 0) {
-        TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "on_connect",
-                               "broker refused the connection of %s: %s", client->client_id.c_str(),
-                               mosquitto_reason_string(rc));
-        return;
-    }
-    std::lock_guard<std::mutex> hold(client->mutex);
-    client->connected = true;
-    client->backoff_s = 1;
-    client->lost_logged = false;
-    client->unacked_subscriptions.clear();
-    client->unacked_presence.clear();
-    // The broker may have lost our session (a restart): subscribe again to the whole table.
-    // Presence first and at QoS 0: the broker writes the retained states straight after its
-    // acknowledgement, ahead of the acknowledgements of the later subscriptions, so once
-    // bus_connect has seen every acknowledgement the client knows which services are offline.
-    subscribe_locked(client, "+/state", kQosRequest);
-    subscribe_locked(client, "bus/reply/" + client->client_id, kQosRequest);
-    for (const auto &entry : client->signals)
-        subscribe_locked(client, entry.first, kQosSignal);
-    for (const auto &entry : client->services)
-        subscribe_locked(client, method_topic(entry.first, "+"), kQosRequest);
-    // Queued after the subscriptions on the same connection, so whoever sees "online" can call.
-    for (const auto &entry : client->services)
-        publish_presence(client, entry.first, true);
-    TULO_LOG_write_newline(BUS_LOG_MODULE, 2, kLogSource, __LINE__, "on_connect", "%s connected",
-                           client->client_id.c_str());
-    client->state_changed.notify_all();
-}
-
-void on_disconnect(mosquitto *, void *obj, int rc, const mosquitto_property *)
-{
-    auto *client = static_cast<bus_client *>(obj);
-    std::lock_guard<std::mutex> hold(client->mutex);
-    bool was_connected = client->connected;
-    client->connected = false;
-    client->state_changed.notify_all();
-    if (rc == MQTT_RC_SESSION_TAKEN_OVER) {
-        TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "on_disconnect",
-                               "session taken over: another connection uses client id %s",
-                               client->client_id.c_str());
-    } else if (was_connected && !client->stopping && !client->reconnect_now) {
-        TULO_LOG_write_newline(BUS_LOG_MODULE, 1, kLogSource, __LINE__, "on_disconnect",
-                               "%s lost its connection (%d), reconnecting",
-                               client->client_id.c_str(), rc);
-    }
-}
-
-void on_subscribe(mosquitto *, void *obj, int mid, int, const int *, const mosquitto_property *)
-{
-    auto *client = static_cast<bus_client *>(obj);
-    std::lock_guard<std::mutex> hold(client->mutex);
-    client->unacked_subscriptions.erase(mid);
-    client->state_changed.notify_all();
-}
-
-void on_publish(mosquitto *, void *obj, int mid, int, const mosquitto_property *)
-{
-    auto *client = static_cast<bus_client *>(obj);
-    std::lock_guard<std::mutex> hold(client->mutex);
-    if (client->unacked_presence.erase(mid) != 0)
-        client->state_changed.notify_all();
-}
-
-void network_main(bus_client *client, broker_address address)
-{
-    mosquitto_property *properties = nullptr;
-    mosquitto_property_add_int32(&properties, MQTT_PROP_SESSION_EXPIRY_INTERVAL, kSessionExpiryS);
-    std::unique_lock<std::mutex> lock(client->mutex);
-    while (!client->stopping) {
-        lock.unlock();
-        int rc = mosquitto_connect_bind_v5(client->mosq, address.host.c_str(), address.port,
-                                           kKeepaliveS, nullptr, properties);
-        if (rc == MOSQ_ERR_SUCCESS)
-            set_close_on_exec(mosquitto_socket(client->mosq));
-        bool stop_sent = false;
-        while (rc == MOSQ_ERR_SUCCESS) {
-            rc = mosquitto_loop(client->mosq, kLoopTimeoutMs, 1);
-            lock.lock();
-            bool stop = client->stopping;
-            lock.unlock();
-            // bus_disconnect may have raced with a connection that was still being made.
-            if (stop && !stop_sent) {
-                mosquitto_disconnect_v5(client->mosq, 0, nullptr);
-                stop_sent = true;
-            }
-        }
-        lock.lock();
-        if (client->connected) {
-            client->connected = false;
-            client->state_changed.notify_all();
-        }
-        if (client->stopping)
-            break;
-        if (client->reconnect_now) {
-            client->reconnect_now = false;
-            continue;
-        }
-        if (!client->lost_logged) {
-            client->lost_logged = true;
-            TULO_LOG_write_newline(BUS_LOG_MODULE, 1, kLogSource, __LINE__, "network_main",
-                                   "cannot reach broker %s:%d (%s), retrying", address.host.c_str(),
-                                   address.port, mosquitto_strerror(rc));
-        }
-        int wait_s = client->backoff_s;
-        client->backoff_s = std::min(client->backoff_s * 2, kMaxBackoffS);
-        client->state_changed.wait_for(lock, std::chrono::seconds(wait_s),
-                                       [client] { return client->stopping || client->reconnect_now; });
-        client->reconnect_now = false;
-    }
-    lock.unlock();
-    mosquitto_property_free_all(&properties);
-}
-
-int configure_transport(bus_client *client, const broker_address &address)
+int configure_transport(client_state *client, const broker_address &address)
 {
     const char *username = secure_getenv("VASK_BUS_USERNAME");
     const char *password = secure_getenv("VASK_BUS_PASSWORD");
@@ -220,15 +124,20 @@ int configure_transport(bus_client *client, const broker_address &address)
 
 namespace vask_bus {
 
-bool client_is_live(const bus_client *client)
+client_state *resolve_client(const bus_client *handle)
 {
-    if (client == nullptr)
-        return false;
+    uintptr_t token = reinterpret_cast<uintptr_t>(handle);
+    if ((token & kSlotMask) == 0)
+        return nullptr;
+    size_t index = (token & kSlotMask) - 1;
+    uint64_t generation = static_cast<uint64_t>(token >> kSlotBits);
     std::lock_guard<std::mutex> hold(g_registry_mutex);
-    return g_live_clients.count(client) != 0;
+    if (index >= g_slots.size() || g_slots[index].generation != generation)
+        return nullptr;
+    return g_slots[index].client;
 }
 
-int subscribe_locked(bus_client *client, const std::string &topic, int qos)
+int subscribe_locked(client_state *client, const std::string &topic, int qos)
 {
     int mid = 0;
     int rc = mosquitto_subscribe_v5(client->mosq, &mid, wire(client, topic).c_str(), qos, 0, nullptr);
@@ -237,32 +146,31 @@ int subscribe_locked(bus_client *client, const std::string &topic, int qos)
     return rc;
 }
 
-void wait_for_acks(bus_client *client, std::unique_lock<std::mutex> &lock, steady::time_point deadline)
+void wait_for_acks(client_state *client, std::unique_lock<std::mutex> &lock, steady::time_point deadline)
 {
     client->state_changed.wait_until(lock, deadline, [client] {
         return !client->connected || client->unacked_subscriptions.empty();
     });
 }
 
-void publish_presence(bus_client *client, const std::string &service, bool online)
+void publish_presence(client_state *client, const std::string &service, bool online)
 {
     const char *text = online ? "online" : "offline";
     int mid = 0;
-    if (mosquitto_publish_v5(client->mosq, &mid, wire(client, state_topic(service)).c_str(),
-                             static_cast<int>(strlen(text)), text, kQosSignal, true,
-                             nullptr) == MOSQ_ERR_SUCCESS &&
+    if (publish_tracked_locked(client, &mid, wire(client, state_topic(service)), static_cast<int>(strlen(text)),
+                               text, true) == MOSQ_ERR_SUCCESS &&
         !online)
         client->unacked_presence.insert(mid);
 }
 
-void announce_offline(bus_client *client, std::unique_lock<std::mutex> &lock,
+void announce_offline(client_state *client, std::unique_lock<std::mutex> &lock,
                       const std::vector<std::string> &services)
 {
     if (!client->connected)
         return;
     for (const std::string &service : services)
         publish_presence(client, service, false);
-    client->state_changed.wait_for(lock, kAckWait, [client] {
+    client->state_changed.wait_for(lock, kTeardownStepWait, [client] {
         return !client->connected || client->unacked_presence.empty();
     });
 }
@@ -297,7 +205,7 @@ extern "C" bus_client *bus_client_new(const char *name)
             return nullptr;
     }
     try {
-        auto *client = new bus_client;
+        auto *client = new client_state;
         client->name = name;
         client->random.seed(random_seed());
         char suffix[32];
@@ -326,31 +234,45 @@ extern "C" bus_client *bus_client_new(const char *name)
         // Our own network thread, not mosquitto_loop_start: in 2.0.11 threaded mode set by hand does
         // not combine with loop_start, and the loop's own reconnect delay cannot double.
         mosquitto_threaded_set(client->mosq, true);
-        mosquitto_connect_v5_callback_set(client->mosq, on_connect);
-        mosquitto_disconnect_v5_callback_set(client->mosq, on_disconnect);
-        mosquitto_subscribe_v5_callback_set(client->mosq, on_subscribe);
-        mosquitto_message_v5_callback_set(client->mosq, on_message);
-        mosquitto_publish_v5_callback_set(client->mosq, on_publish);
-        client->dispatcher = std::thread(dispatch_main, client);
-        std::lock_guard<std::mutex> hold(g_registry_mutex);
-        g_live_clients.insert(client);
-        return client;
+        install_network_callbacks(client);
+        client->limits = limits_from_environment();
+        if (set_connect_properties(client) != BUS_OK) {
+            mosquitto_destroy(client->mosq);
+            delete client;
+            return nullptr;
+        }
+        {
+            std::lock_guard<std::mutex> hold(g_registry_mutex);
+            client->handle = register_client(client);
+        }
+        try {
+            client->dispatcher = std::thread(dispatch_main, client);
+        } catch (const std::exception &) {
+            std::lock_guard<std::mutex> hold(g_registry_mutex);
+            unregister_client(client->handle);
+            mosquitto_destroy(client->mosq);
+            delete client;
+            return nullptr;
+        }
+        return client->handle;
     } catch (const std::exception &) {
         return nullptr;
     }
 }
 
-extern "C" void bus_client_set_user(bus_client *client, void *user)
+extern "C" void bus_client_set_user(bus_client *handle, void *user)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return;
     std::lock_guard<std::mutex> hold(client->mutex);
     client->user = user;
 }
 
-extern "C" int bus_connect(bus_client *client, int flags)
+extern "C" int bus_connect(bus_client *handle, int flags)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (flags != 0)
         return BUS_ERR_INVALID;
@@ -378,9 +300,10 @@ extern "C" int bus_connect(bus_client *client, int flags)
     return client->connected ? BUS_OK : BUS_ERR_FAILED;
 }
 
-extern "C" int bus_disconnect(bus_client *client)
+extern "C" int bus_disconnect(bus_client *handle)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (in_handler())
         return BUS_ERR_INVALID;
@@ -401,23 +324,25 @@ extern "C" int bus_disconnect(bus_client *client)
     client->connected = false;
     fail_pending_calls(client, BUS_ERR_FAILED);
     client->queue.clear();
+    client->queue_bytes = 0;
     wait_for_handler(client, lock, topic_match{std::string(), true});
     return BUS_OK;
 }
 
-extern "C" void bus_client_free(bus_client *client)
+extern "C" void bus_client_free(bus_client *handle)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return;
     if (in_handler()) {
         TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "bus_client_free",
                                "refused: called from a handler of the bus");
         return;
     }
-    bus_disconnect(client);
+    bus_disconnect(handle);
     {
         std::lock_guard<std::mutex> hold(g_registry_mutex);
-        g_live_clients.erase(client);
+        unregister_client(handle);
     }
     {
         std::lock_guard<std::mutex> hold(client->mutex);

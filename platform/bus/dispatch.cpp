@@ -18,7 +18,7 @@ struct handler_scope {
     ~handler_scope() { t_in_handler = false; }
 };
 
-void run_signal(bus_client *client, std::unique_lock<std::mutex> &lock, const dispatch_item &item)
+void run_signal(client_state *client, std::unique_lock<std::mutex> &lock, const dispatch_item &item)
 {
     auto found = client->signals.find(item.topic);
     if (found == client->signals.end() || found->second == nullptr)
@@ -28,13 +28,13 @@ void run_signal(bus_client *client, std::unique_lock<std::mutex> &lock, const di
     lock.unlock();
     {
         handler_scope scope;
-        handler(client, user, item.topic.c_str(), item.payload.c_str(),
+        handler(client->handle, user, item.topic.c_str(), item.payload.c_str(),
                 static_cast<int>(item.payload.size()));
     }
     lock.lock();
 }
 
-void run_request(bus_client *client, std::unique_lock<std::mutex> &lock, const dispatch_item &item,
+void run_request(client_state *client, std::unique_lock<std::mutex> &lock, const dispatch_item &item,
                  std::vector<char> &reply)
 {
     std::string service = item.topic.substr(0, item.topic.find('/'));
@@ -47,7 +47,7 @@ void run_request(bus_client *client, std::unique_lock<std::mutex> &lock, const d
     int length;
     {
         handler_scope scope;
-        length = entry.handler(client, entry.user, method.c_str(), item.payload.c_str(),
+        length = entry.handler(client->handle, entry.user, method.c_str(), item.payload.c_str(),
                                static_cast<int>(item.payload.size()), reply.data(),
                                BUS_SERVICE_REPLY_CAPACITY);
     }
@@ -75,7 +75,7 @@ bool in_handler()
     return t_in_handler;
 }
 
-void dispatch_main(bus_client *client)
+void dispatch_main(client_state *client)
 {
     std::vector<char> reply(BUS_SERVICE_REPLY_CAPACITY + 1);
     std::unique_lock<std::mutex> lock(client->mutex);
@@ -84,7 +84,17 @@ void dispatch_main(bus_client *client)
         if (client->dispatch_stop)
             break;
         dispatch_item item = std::move(client->queue.front());
+        client->queue_bytes -= item.cost();
         client->queue.pop_front();
+        if (item.request && steady::now() >= item.expires) {
+            // Its caller has given up: running it now would repeat an action the caller retries.
+            ++client->stats.requests_expired;
+            lock.unlock();
+            TULO_LOG_write_newline(BUS_LOG_MODULE, 1, kLogSource, __LINE__, "dispatch",
+                                   "request %s expired before its handler ran; dropped", item.topic.c_str());
+            lock.lock();
+            continue;
+        }
         client->handler_running = true;
         client->running_topic = item.topic;
         try {
@@ -106,7 +116,7 @@ void dispatch_main(bus_client *client)
     }
 }
 
-void wait_for_handler(bus_client *client, std::unique_lock<std::mutex> &lock, const topic_match &match)
+void wait_for_handler(client_state *client, std::unique_lock<std::mutex> &lock, const topic_match &match)
 {
     if (!client->handler_running || !match(client->running_topic))
         return;
@@ -114,11 +124,11 @@ void wait_for_handler(bus_client *client, std::unique_lock<std::mutex> &lock, co
     client->handler_done.wait(lock, [client, running] { return client->handlers_finished != running; });
 }
 
-void drop_queued(bus_client *client, const topic_match &match)
+void drop_queued(client_state *client, const topic_match &match)
 {
     for (auto it = client->queue.begin(); it != client->queue.end();) {
         if (match(it->topic))
-            it = client->queue.erase(it);
+            it = unqueue_locked(client, it);
         else
             ++it;
     }

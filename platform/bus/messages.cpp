@@ -26,7 +26,7 @@ bool ends_with(const std::string &text, const char *suffix)
     return text.size() >= n && text.compare(text.size() - n, n, suffix) == 0;
 }
 
-void record_presence(bus_client *client, const std::string &topic, const mosquitto_message *message)
+void record_presence(client_state *client, const std::string &topic, const mosquitto_message *message)
 {
     std::string service = topic.substr(0, topic.size() - strlen("/state"));
     std::string state(static_cast<const char *>(message->payload),
@@ -42,7 +42,7 @@ void record_presence(bus_client *client, const std::string &topic, const mosquit
 
 } // namespace
 
-void deliver_reply(bus_client *client, const mosquitto_message *message,
+void deliver_reply(client_state *client, const mosquitto_message *message,
                    const mosquitto_property *properties)
 {
     std::string correlation = read_correlation(properties);
@@ -66,7 +66,7 @@ void deliver_reply(bus_client *client, const mosquitto_message *message,
     call->finished.notify_one();
 }
 
-void fail_pending_calls(bus_client *client, int result)
+void fail_pending_calls(client_state *client, int result)
 {
     for (auto &entry : client->calls) {
         entry.second->result = result;
@@ -78,7 +78,7 @@ void fail_pending_calls(bus_client *client, int result)
 
 namespace {
 
-void route_message(bus_client *client, const mosquitto_message *message, const mosquitto_property *properties)
+void route_message(client_state *client, const mosquitto_message *message, const mosquitto_property *properties)
 {
     std::string topic = message->topic;
     if (topic == client->reply_topic) {
@@ -106,6 +106,10 @@ void route_message(bus_client *client, const mosquitto_message *message, const m
             free(response_topic);
         }
         item.correlation = read_correlation(properties);
+        uint32_t expiry_s = 0;
+        // The broker hands on what is left of the caller's timeout.
+        if (mosquitto_property_read_int32(properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, &expiry_s, false) != nullptr)
+            item.expires = steady::now() + std::chrono::seconds(expiry_s);
     } else if (topic.compare(slash, 8, "/signal/") != 0) {
         return;
     }
@@ -113,10 +117,13 @@ void route_message(bus_client *client, const mosquitto_message *message, const m
     if (message->payload != nullptr && message->payloadlen > 0)
         item.payload.assign(static_cast<const char *>(message->payload),
                             static_cast<size_t>(message->payloadlen));
+    bool dropped;
     {
         std::lock_guard<std::mutex> hold(client->mutex);
-        client->queue.push_back(std::move(item));
+        dropped = enqueue_locked(client, std::move(item));
     }
+    if (dropped)
+        report_drops(client);
     // Woken after the unlock: a dispatch thread woken while the mutex is still held would only
     // block on it again, a context switch more per message when the two threads share a CPU.
     client->queue_changed.notify_one();
@@ -127,7 +134,7 @@ void route_message(bus_client *client, const mosquitto_message *message, const m
 void on_message(mosquitto *, void *obj, const mosquitto_message *message, const mosquitto_property *properties)
 {
     try {
-        route_message(static_cast<bus_client *>(obj), message, properties);
+        route_message(static_cast<client_state *>(obj), message, properties);
     } catch (const std::exception &) {
         // Out of memory while copying a message: it is lost, the network thread carries on.
     }

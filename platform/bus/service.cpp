@@ -1,14 +1,13 @@
 // The service side: registration, presence and the connection's will.
 #include "bus_internal.h"
 
-#include <cstring>
-
 using namespace vask_bus;
 
-extern "C" int bus_service_register(bus_client *client, const char *service,
+extern "C" int bus_service_register(bus_client *handle, const char *service,
                                     bus_method_handler handler, void *user)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (!valid_name(service) || handler == nullptr)
         return BUS_ERR_INVALID;
@@ -18,10 +17,8 @@ extern "C" int bus_service_register(bus_client *client, const char *service,
     client->services[service] = service_entry{handler, user};
     auto deadline = steady::now() + kAckWait;
     if (client->will_service.empty()) {
+        // The network thread sets the will before its next connection attempt.
         client->will_service = service;
-        static const char offline[] = "offline";
-        mosquitto_will_set_v5(client->mosq, wire(client, state_topic(service)).c_str(),
-                              static_cast<int>(strlen(offline)), offline, kQosSignal, true, nullptr);
         if (client->connected) {
             // A will only takes effect with a new connection; on_connect then subscribes and
             // announces every service.
@@ -42,9 +39,10 @@ extern "C" int bus_service_register(bus_client *client, const char *service,
     return BUS_OK;
 }
 
-extern "C" int bus_service_unregister(bus_client *client, const char *service)
+extern "C" int bus_service_unregister(bus_client *handle, const char *service)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (!valid_name(service) || in_handler())
         return BUS_ERR_INVALID;
@@ -54,10 +52,9 @@ extern "C" int bus_service_unregister(bus_client *client, const char *service)
     if (client->connected)
         mosquitto_unsubscribe_v5(client->mosq, nullptr, wire(client, method_topic(service, "+")).c_str(), nullptr);
     announce_offline(client, lock, {service});
-    if (client->will_service == service) {
+    // The connection keeps its will; the next one is made without it.
+    if (client->will_service == service)
         client->will_service.clear();
-        mosquitto_will_clear(client->mosq);
-    }
     const topic_match requests{method_topic(service, ""), true};
     drop_queued(client, requests);
     wait_for_handler(client, lock, requests);

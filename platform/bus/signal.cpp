@@ -3,10 +3,11 @@
 
 using namespace vask_bus;
 
-extern "C" int bus_signal_subscribe(bus_client *client, const char *service, const char *event,
+extern "C" int bus_signal_subscribe(bus_client *handle, const char *service, const char *event,
                                     bus_signal_handler handler)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (!valid_name(service) || !valid_name(event) || handler == nullptr)
         return BUS_ERR_INVALID;
@@ -21,9 +22,10 @@ extern "C" int bus_signal_subscribe(bus_client *client, const char *service, con
     return BUS_OK;
 }
 
-extern "C" int bus_signal_unsubscribe(bus_client *client, const char *service, const char *event)
+extern "C" int bus_signal_unsubscribe(bus_client *handle, const char *service, const char *event)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (!valid_name(service) || !valid_name(event) || in_handler())
         return BUS_ERR_INVALID;
@@ -39,19 +41,24 @@ extern "C" int bus_signal_unsubscribe(bus_client *client, const char *service, c
     return BUS_OK;
 }
 
-extern "C" int bus_signal_emit(bus_client *client, const char *service, const char *event,
+extern "C" int bus_signal_emit(bus_client *handle, const char *service, const char *event,
                                const void *payload, int length)
 {
-    if (!client_is_live(client))
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
         return BUS_ERR_FAILED;
     if (!valid_name(service) || !valid_name(event) || length < 0 || (payload == nullptr && length != 0))
         return BUS_ERR_INVALID;
-    {
-        std::lock_guard<std::mutex> hold(client->mutex);
-        if (!client->connected)
-            return BUS_ERR_FAILED;
+    std::string topic = wire(client, signal_topic(service, event));
+    std::lock_guard<std::mutex> hold(client->mutex);
+    if (!client->connected)
+        return BUS_ERR_FAILED;
+    if (static_cast<int>(client->outgoing.size()) >= client->limits.send_messages ||
+        client->outgoing_bytes + static_cast<size_t>(length) > client->limits.send_bytes) {
+        ++client->stats.emits_refused;
+        return BUS_ERR_QUEUE_FULL;
     }
-    int rc = mosquitto_publish_v5(client->mosq, nullptr, wire(client, signal_topic(service, event)).c_str(), length,
-                                  payload, kQosSignal, false, nullptr);
-    return rc == MOSQ_ERR_SUCCESS ? BUS_OK : BUS_ERR_FAILED;
+    int mid = 0;
+    return publish_tracked_locked(client, &mid, topic, length, payload, false) == MOSQ_ERR_SUCCESS ? BUS_OK
+                                                                                                  : BUS_ERR_FAILED;
 }

@@ -36,6 +36,30 @@
  * subscribes again to everything it had; its session outlives a short outage so that QoS 1 signals
  * are not lost. Deadlines use the monotonic clock, so setting the box's clock does not change them.
  *
+ * @par Time bounds
+ * - bus_connect waits at most 2 s. Each connection attempt in the background (name resolution,
+ *   TCP, TLS and the broker's CONNACK) is given up after 5 s, then retried after the back-off; a
+ *   broker host that does not answer never holds the network thread longer than that.
+ * - bus_disconnect and bus_client_free return within 1 s whatever the network does (at most
+ *   0.4 s for the broker to acknowledge "offline", 0.4 s for the DISCONNECT to leave, then the
+ *   connection is dropped), plus the time a handler of the client that is running takes to return.
+ *   With a broker named by a host name over TLS (mqtts://name), the system resolver, which cannot
+ *   be interrupted, may add its own timeout once.
+ * - bus_method_call_sync waits at most its timeout; a call in flight fails at once with
+ *   BUS_ERR_FAILED when the connection is lost, since its reply can no longer arrive.
+ * - Requests carry their caller's timeout as their message expiry: a request that is still queued
+ *   for its handler when it expires is dropped without running (counted in requests_expired).
+ *
+ * @par Queues
+ * Each client has two bounded queues, both limited to 10,000 messages and 16 MiB by default
+ * (VASK_BUS_QUEUE_MESSAGES and VASK_BUS_QUEUE_BYTES, read by bus_client_new, or
+ * bus_client_set_limits):
+ * - the dispatch queue of signals and requests waiting for the dispatch thread: when a handler falls
+ *   behind, the oldest signals are dropped to make room (the oldest requests only when no signal is
+ *   queued); drops are counted (bus_client_get_stats) and logged at level 1, at most once a second;
+ * - the sending queue of signals and presence published at QoS 1 and not yet acknowledged by the
+ *   broker: bus_signal_emit refuses with BUS_ERR_QUEUE_FULL while it is full.
+ *
  * @par Logging
  * Log lines of this library use module 58 and source name "vask_bus" (see tulo_log.h).
  */
@@ -62,6 +86,7 @@ extern "C" {
 #define BUS_ERR_INVALID           (-1002) /**< bad arguments, or a teardown call made from a handler */
 #define BUS_ERR_NO_SERVICE        (-1003) /**< the service is known to be offline */
 #define BUS_ERR_REPLY_TOO_LARGE   (-1004) /**< the reply does not fit BUS_REPLY_MAX; nothing written */
+#define BUS_ERR_QUEUE_FULL        (-1005) /**< the client's sending queue is full; nothing was sent */
 
 /** Size of a caller's reply buffer, including the terminating zero byte. */
 #define BUS_REPLY_MAX 2048
@@ -191,8 +216,9 @@ VASK_BUS_API int bus_service_unregister(bus_client *client, const char *service)
 
 /** Emits signal `event` of `service` with `payload` (`length` bytes; NULL and 0 for none) at QoS 1.
  * Safe from many threads.
- * @return BUS_OK once the message is queued for sending; BUS_ERR_FAILED when
- * not connected or for a null or freed client; BUS_ERR_INVALID for bad arguments.
+ * @return BUS_OK once the message is queued for sending; BUS_ERR_QUEUE_FULL when the client's
+ * sending queue is full (the broker acknowledges too slowly; nothing is sent, try again later);
+ * BUS_ERR_FAILED when not connected or for a null or freed client; BUS_ERR_INVALID for bad arguments.
  * @param client the emitting client
  * @param service the service's name S
  * @param event the event's name E
@@ -201,9 +227,39 @@ VASK_BUS_API int bus_service_unregister(bus_client *client, const char *service)
 VASK_BUS_API int bus_signal_emit(bus_client *client, const char *service, const char *event,
                                  const void *payload, int length);
 
+/** What a client's queues hold and what they counted since the client was made. */
+typedef struct bus_client_stats {
+    unsigned long long signals_dropped;  /**< signals dropped from a full dispatch queue */
+    unsigned long long requests_dropped; /**< requests dropped from a full dispatch queue */
+    unsigned long long requests_expired; /**< requests dropped because they expired before their handler ran */
+    unsigned long long emits_refused;    /**< bus_signal_emit calls refused with BUS_ERR_QUEUE_FULL */
+    unsigned long dispatch_queued;       /**< messages waiting in the dispatch queue now */
+    unsigned long dispatch_bytes;        /**< their bytes (topic, payload and reply routing) */
+    unsigned long send_queued;           /**< QoS 1 messages not yet acknowledged by the broker now */
+    unsigned long send_bytes;            /**< their payload bytes */
+} bus_client_stats;
+
+/** Sets the limits of the client's two queues (see "Queues" above). Takes effect for the next
+ * message; what already waits is not dropped for it.
+ * @return BUS_OK, BUS_ERR_INVALID when a limit is below 1, BUS_ERR_FAILED for a null or freed client.
+ * @param client the client
+ * @param dispatch_messages most messages waiting for the dispatch thread
+ * @param dispatch_bytes most bytes waiting for the dispatch thread
+ * @param send_messages most QoS 1 messages not yet acknowledged by the broker
+ * @param send_bytes most payload bytes of those */
+VASK_BUS_API int bus_client_set_limits(bus_client *client, int dispatch_messages, unsigned long dispatch_bytes,
+                                       int send_messages, unsigned long send_bytes);
+
+/** Copies the client's counters and queue levels into `stats`.
+ * @return BUS_OK, BUS_ERR_INVALID for a null `stats`, BUS_ERR_FAILED for a null or freed client.
+ * @param client the client
+ * @param stats receives the figures */
+VASK_BUS_API int bus_client_get_stats(bus_client *client, bus_client_stats *stats);
+
 /** Publishes "offline" for the client's services, closes the connection, stops the network thread,
  * fails calls in flight with BUS_ERR_FAILED, drops queued signals and requests and waits for a running
- * handler. The client can connect again.
+ * handler. The client can connect again. Returns within 1 s whatever the network does, plus the time
+ * a running handler takes (see "Time bounds").
  * @return BUS_OK (also when not connected), BUS_ERR_INVALID
  * when called from a handler, BUS_ERR_FAILED for a null or freed client.
  * @param client the client */

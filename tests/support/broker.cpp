@@ -102,6 +102,16 @@ void broker::kill()
     process_.stop(SIGKILL);
 }
 
+void broker::pause()
+{
+    ::kill(process_.pid(), SIGSTOP);
+}
+
+void broker::resume()
+{
+    ::kill(process_.pid(), SIGCONT);
+}
+
 bool broker::restart()
 {
     // The port may stay briefly unavailable after the kill; try for a while.

@@ -28,6 +28,9 @@ public:
     // Stops the broker as a crash would (SIGKILL), and starts it again on the same port.
     void kill();
     bool restart();
+    // Freezes the broker (SIGSTOP): its connections stay open and nothing is answered; and thaws it.
+    void pause();
+    void resume();
 
 private:
     bool launch();

@@ -108,7 +108,7 @@ std::string simulator::emit_any(const cJSON *body)
         std::string one = text;
         if (counter != std::string::npos)
             one.replace(counter, 2, std::to_string(i));
-        if (bus_signal_emit(device_, kServiceName, event.c_str(), one.data(), static_cast<int>(one.size())) != BUS_OK)
+        if (emit_waiting(event.c_str(), one) != BUS_OK)
             return reply_text(kCodeBadRequest);
     }
     return reply_text(0);

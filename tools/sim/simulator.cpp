@@ -1,6 +1,8 @@
 #include "simulator.h"
 
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "sim_protocol.h"
 #include "tulo_log.h"
@@ -117,7 +119,20 @@ int simulator::answer(const std::string &text, char *reply, int capacity)
 
 void simulator::emit(const char *event, const std::string &payload)
 {
-    bus_signal_emit(device_, kServiceName, event, payload.data(), static_cast<int>(payload.size()));
+    emit_waiting(event, payload);
+}
+
+int simulator::emit_waiting(const char *event, const std::string &payload)
+{
+    // A burst may outrun the broker's acknowledgements: wait for room in the sending queue rather
+    // than lose a signal, but not for ever.
+    auto deadline = std::chrono::steady_clock::now() + kEmitRoomWait;
+    int rc;
+    while ((rc = bus_signal_emit(device_, kServiceName, event, payload.data(), static_cast<int>(payload.size()))) ==
+               BUS_ERR_QUEUE_FULL &&
+           std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return rc;
 }
 
 int simulator::handle_device(bus_client *, void *user, const char *method, const char *body, int body_length,

@@ -2,6 +2,7 @@
 #ifndef VASK_SIM_SIMULATOR_H
 #define VASK_SIM_SIMULATOR_H
 
+#include <chrono>
 #include <cjson/cJSON.h>
 #include <functional>
 #include <map>
@@ -29,6 +30,9 @@ std::string string_member(const cJSON *object, const char *key);
 // `json` printed unformatted.
 std::string print(const cJSON *json);
 
+// How long a signal waits for room in a full sending queue before it is given up.
+constexpr std::chrono::seconds kEmitRoomWait{10};
+
 class simulator {
 public:
     // `device` provides "external_device" and emits its signals; `control` provides the control service.
@@ -53,6 +57,8 @@ private:
 
     static int answer(const std::string &text, char *reply, int capacity);
     void emit(const char *event, const std::string &payload);
+    // Emits, waiting up to kEmitRoomWait while the sending queue is full; the bus's result.
+    int emit_waiting(const char *event, const std::string &payload);
 
     // The box's service.
     std::string query_voting(const cJSON *);
