@@ -307,6 +307,19 @@ TEST_F(PackageTest, Contents_ShouldBeExactlyTheFilesOfEachPackage)
     EXPECT_EQ(contents(deb(kTools)), expected_tools());
 }
 
+// The simulator stands in for the box's own service: installing the tools leaves its unit disabled
+// and stopped (the scripts only keep an administrator's choice across upgrades).
+TEST_F(PackageTest, ToolsMaintainerScripts_ShouldNeitherEnableNorStartTheSimulator)
+{
+    auto postinst = run_program({VASK_DPKG_DEB, "--info", deb(kTools), "postinst"});
+    ASSERT_EQ(postinst.exit_code, 0) << describe(postinst);
+    EXPECT_NE(postinst.out.find("if deb-systemd-helper debian-installed 'external-device-sim.service'; then"),
+              std::string::npos)
+        << postinst.out;
+    EXPECT_EQ(postinst.out.find("deb-systemd-invoke"), std::string::npos) << postinst.out;
+    EXPECT_EQ(postinst.out.find("was-enabled defaults to true"), std::string::npos) << postinst.out;
+}
+
 // dpkg-gensymbols as the build runs it (every difference fails), on the libraries unpacked from the
 // package: with debian/'s symbols file it passes; a symbol missing from the file, or one the
 // libraries no longer export, fails it. The file's versions sit just below the release's ("0.1.0~"),
