@@ -23,14 +23,22 @@
  * @par Order
  * Call ed_init once, then any operation and any signal subscription, then ed_release.
  * ed_set_opt may be called at any time, also before ed_init. Configuration functions do not need
- * ed_init. An operation that needs the service before ed_init or after ed_release returns -1.
+ * ed_init. An operation that needs the service before ed_init or after ed_release returns -1: the
+ * library drops its client in ed_release and never hands a freed one to the bus library. The
+ * library may be opened again after ed_release; the signal callbacks stored by ed_register_signal
+ * are kept and ed_init subscribes them again. ed_release called from a signal callback is refused
+ * with -1 (see ed_release).
  *
  * @par Threads
- * The library starts no threads of its own. Service operations block the calling thread until the
- * service answers (at most 8 s) and may be called from several threads at once. ed_init,
- * ed_release and ed_register_signal / ed_unregister_signal belong to the application's control
- * thread while no other call is in flight. Signal callbacks run on the bus library's dispatch
- * thread (see the callback contract under "Signals").
+ * ed_init starts two threads, both the bus library's, for the library's client: its dispatch thread
+ * (made with the client) and its network thread (made on connecting; it does the socket I/O and
+ * hands replies to the waiting callers). ed_release stops both before it returns; nothing else in
+ * the library starts a thread. Signal callbacks run on the dispatch thread, one at a time (see the
+ * callback contract under "Signals"). Service operations run on the calling thread and block it
+ * until the service answers (at most 8 s); they may be called from several threads at once.
+ * Configuration functions and utilities run on the calling thread. ed_init, ed_release and
+ * ed_register_signal / ed_unregister_signal belong to the application's control thread while no
+ * other call is in flight.
  *
  * @par Configuration lock
  * The functions that read or write /etc/external_device.json or /etc/microphone_control.json take
@@ -65,6 +73,13 @@
 
 #include "vask_bus.h"
 
+/* The records cross the library's boundary holding std::string, whose layout differs between the two
+ * ABIs of libstdc++: a program built with the old one would link and then crash in the first call that
+ * fills a record. The check follows <string>, which defines the macro when the program did not. */
+#if defined(_GLIBCXX_USE_CXX11_ABI) && _GLIBCXX_USE_CXX11_ABI == 0
+#error "libvask_external_device is built with the C++11 ABI of std::string: build this program without -D_GLIBCXX_USE_CXX11_ABI=0"
+#endif
+
 /** @def ED_API
  * Marks a function of the library's interface: exported from libvask_external_device.so.0 (with
  * GCC and Clang, default visibility); everything else is hidden. */
@@ -87,18 +102,26 @@ enum {
     ED_OPT_SIGNAL_PARSE = 0,
 };
 
-/** Opens the library: starts the bus library, creates the bus client and connects it (waiting up to
- * 2 s; the client keeps trying in the background).
+/** Opens the library: starts the bus library, creates the bus client (which starts its dispatch
+ * thread), subscribes it to every event that has a non-NULL callback stored by ed_register_signal
+ * (also one stored before an earlier ed_release, or before the first ed_init), and connects it
+ * (starting its network thread and waiting up to 2 s for the connection and those subscriptions;
+ * the client keeps trying in the background).
  * @return 0 on success, also when already open (logged at level 0, "External device library
  * already initialized"), also when the client cannot be made (a VASK_BUS_NAMESPACE the bus library
  * refuses: service operations then return -1 until ed_release and a new ed_init); -1 when the bus
  * library cannot be started (a later ed_init may try again). */
 ED_API int ed_init();
 
-/** Closes the library: disconnects and frees the bus client and releases the bus library. Later
- * service operations return -1 until the next ed_init. Always returns 0; when the library is not
- * open it logs at level 0 "External device library not initialized".
- * @return 0. */
+/** Closes the library: disconnects and frees the bus client (stopping its two threads, after a
+ * running signal callback has returned) and releases the bus library. Later service operations
+ * return -1 until the next ed_init; the stored signal callbacks are kept for it. When the library
+ * is not open it logs at level 0 "External device library not initialized" and returns 0.
+ * Called from a signal callback (or any other handler of the bus library) it is refused, unlike
+ * every other case: it logs at level 0 "ed_release called from a signal callback: refused" and
+ * returns -1 without changing anything; the library stays open and keeps delivering signals.
+ * Call it again from the application's own thread.
+ * @return 0; -1 when called from a signal callback. */
 ED_API int ed_release();
 
 /** Stores `value` under `option` (any id is stored; only ED_OPT_SIGNAL_PARSE is read). Takes effect
@@ -160,10 +183,12 @@ ED_API int ed_set_voting(ed_voting_info &info);
  *   the callback returns: copy what you keep. With ED_OPT_SIGNAL_PARSE at 0, `data` is instead the
  *   raw, zero-terminated JSON payload as the bus delivered it, also valid only during the call.
  * - A signal whose payload is not valid JSON or lacks a required key does not reach the callback.
- * - `user` is the user pointer of the library's bus client (NULL unless set with
- *   bus_client_set_user).
+ * - `user` is always NULL: the library's bus client is its own and not handed out, so nothing
+ *   sets its user pointer.
  * - Register before the first signal can arrive, and unregister only while no delivery is in
  *   progress. A signal for an event that has no callback is dropped.
+ * - Do not call ed_release or ed_unregister_signal from the callback: ed_release is refused
+ *   with -1, and ed_unregister_signal cannot unsubscribe there.
  * - An exception thrown by the callback propagates out of ed_signal_handler to the bus library;
  *   the record is freed all the same.
  */
@@ -252,13 +277,15 @@ ED_API void sig_non_list_mic_releaser(void *record);
 /** Sets `callback` for signal `event` (the short name, e.g. "mic_on_event", not the full topic),
  * replacing an earlier one, and subscribes the library's bus client to it with ed_signal_handler.
  * Registering an event again subscribes again. A NULL callback is stored too: the event's signals
- * are then dropped. Call it after ed_init (before, the callback is stored but nothing is
- * subscribed) from the application's control thread.
+ * are then dropped. Call it from the application's control thread. Called while the library is
+ * closed (before ed_init, after ed_release) it only stores the callback, and the next ed_init
+ * subscribes it; the callback stays stored across ed_release and ed_init until
+ * ed_unregister_signal.
  * @return 0 when the event is one of the five, also when the bus refused the subscription (not
  * connected, library closed); -3 for any other event name or a NULL `event`, without subscribing.
  * @param event the event's short name, one of the five
  * @param callback called for each signal of the event on the dispatch thread with the event name, the record
- *   (or the raw payload) and the client's user pointer; NULL drops the event's signals */
+ *   (or the raw payload) and NULL; NULL drops the event's signals */
 ED_API int ed_register_signal(const char *event,
                               void (*callback)(const char *event, void *data, void *user));
 
@@ -278,7 +305,7 @@ ED_API int ed_unregister_signal(const char *event);
  * callback with `payload` itself and frees nothing. The callback is never called when it is NULL.
  * `user` is handed to the callback unchanged; `client` and `length` are not used.
  * @param client the bus client that received the signal (not used)
- * @param user the client's user pointer, handed to the callback
+ * @param user the client's user pointer, handed to the callback (NULL for the library's own client)
  * @param topic the full topic of the signal, "external_device/signal/\<event\>"
  * @param payload the zero-terminated JSON text of the signal
  * @param length the payload's length without the terminator (not used) */

@@ -27,7 +27,7 @@ std::vector<std::string> without_time(std::vector<std::string> lines)
     return lines;
 }
 
-const char *const kOffline = "edctl: voting get failed: -3 (the external_device service is offline)\n";
+const char *const kOffline = "edctl: voting get failed: -3 (the external_device service is not running)\n";
 
 } // namespace
 

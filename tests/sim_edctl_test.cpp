@@ -32,8 +32,7 @@ TEST_F(EdctlTest, MicCentral_ShouldTestAndReportTheConnection)
     EXPECT_EQ(edctl({"--json", "mic", "central-state"}).out, "{\"isconnect\":0}\n");
     auto bad = edctl({"mic", "central-test", "nowhere", "admin", "secret", "2"});
     EXPECT_EQ(bad.exit_code, 1);
-    EXPECT_EQ(bad.err, "edctl: mic central-test failed: -1 (general failure (no connection to the bus, or the "
-                       "service refused))\n");
+    EXPECT_EQ(bad.err, "edctl: mic central-test failed: -1 (the external_device service answered with a failure)\n");
     auto good = edctl({"mic", "central-test", "192.0.2.10", "admin", "secret", "2"});
     EXPECT_EQ(good.exit_code, 0) << good.err;
     EXPECT_EQ(good.out, "connection test succeeded\n");
@@ -119,7 +118,7 @@ TEST_F(EdctlTest, SimReply_ShouldCannAndClearAnAnswer)
     EXPECT_EQ(edctl({"sim", "reply", "get_imshare_info", "{\"code\":-5}"}).exit_code, 0);
     auto r = edctl({"imshare", "get"});
     EXPECT_EQ(r.exit_code, 1);
-    EXPECT_EQ(r.err, "edctl: imshare get failed: -4 (the service did not answer in time)\n");
+    EXPECT_EQ(r.err, "edctl: imshare get failed: -4 (no answer from the external_device service within 8 s)\n");
     EXPECT_EQ(edctl({"sim", "reply", "get_imshare_info", "--clear"}).exit_code, 0);
     EXPECT_EQ(edctl({"imshare", "get"}).exit_code, 0);
 }

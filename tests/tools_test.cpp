@@ -89,7 +89,7 @@ TEST_F(ToolsTest, StepOutOfOrder_ShouldExitOneWithTheResult)
     auto r = edctl({"voting", "start"});
     EXPECT_EQ(r.exit_code, 1);
     EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err, "edctl: voting start failed: -1 (general failure (no connection to the bus, or the service refused))\n");
+    EXPECT_EQ(r.err, "edctl: voting start failed: -1 (the external_device service answered with a failure)\n");
 }
 
 TEST_F(ToolsTest, SimulatorStopped_ShouldMakeEdctlReportTheServiceOffline)
@@ -98,7 +98,7 @@ TEST_F(ToolsTest, SimulatorStopped_ShouldMakeEdctlReportTheServiceOffline)
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     auto r = edctl({"voting", "get"});
     EXPECT_EQ(r.exit_code, 1);
-    EXPECT_EQ(r.err, "edctl: voting get failed: -3 (the external_device service is offline)\n");
+    EXPECT_EQ(r.err, "edctl: voting get failed: -3 (the external_device service is not running)\n");
 }
 
 TEST_F(ToolsTest, SimulatorKilled_ShouldLeaveTheServiceOfflineByItsWill)
@@ -106,7 +106,7 @@ TEST_F(ToolsTest, SimulatorKilled_ShouldLeaveTheServiceOfflineByItsWill)
     sim_.stop(SIGKILL);
     EXPECT_TRUE(vask_test::eventually([&] { return edctl({"voting", "get"}).exit_code == 1; }));
     auto r = edctl({"voting", "get"});
-    EXPECT_EQ(r.err, "edctl: voting get failed: -3 (the external_device service is offline)\n");
+    EXPECT_EQ(r.err, "edctl: voting get failed: -3 (the external_device service is not running)\n");
 }
 
 TEST_F(ToolsTest, UsageErrors_ShouldExitTwoWithAHint)
@@ -168,7 +168,7 @@ TEST_F(ToolsTest, SimulatorWithoutForeground_ShouldDetachOnceReady)
     ASSERT_EQ(kill(pid, SIGTERM), 0);
     EXPECT_TRUE(vask_test::eventually([&] { return gone(pid); }));
     auto r = edctl({"voting", "get"});
-    EXPECT_EQ(r.err, "edctl: voting get failed: -3 (the external_device service is offline)\n");
+    EXPECT_EQ(r.err, "edctl: voting get failed: -3 (the external_device service is not running)\n");
 }
 
 TEST_F(ToolsTest, SimulatorWithoutABroker_ShouldFailToStart)

@@ -55,6 +55,7 @@ struct service_entry {
 // A signal or a request, copied out of the network thread for the dispatch thread.
 struct dispatch_item {
     bool request = false;
+    int monitor_kind = 0; // a BUS_MONITOR_* kind for a monitor's copy of a message
     std::string topic;
     std::string payload;
     std::string response_topic;
@@ -105,6 +106,9 @@ struct client_state {
 
     std::map<std::string, bus_signal_handler> signals;      // full topic -> handler
     std::map<std::string, vask_bus::service_entry> services; // service name -> handler
+    std::string monitor_service; // the service a monitor watches, or empty
+    bus_monitor_handler monitor_handler = nullptr;
+    void *monitor_user = nullptr;
     std::string will_service; // applied by the network thread before each connection attempt
     std::unordered_map<std::string, bool> presence; // service name -> online
     std::unordered_map<std::string, vask_bus::pending_call *> calls; // correlation -> caller
@@ -134,6 +138,14 @@ client_state *resolve_client(const bus_client *handle);
 
 // True while the calling thread runs a signal or method handler of any client.
 bool in_handler();
+
+// Marks the calling thread as running a handler for the life of the scope.
+struct handler_scope {
+    handler_scope();
+    ~handler_scope();
+    handler_scope(const handler_scope &) = delete;
+    handler_scope &operator=(const handler_scope &) = delete;
+};
 
 bool valid_name(const char *name);
 std::string signal_topic(const std::string &service, const std::string &event);
@@ -214,6 +226,17 @@ int set_connect_properties(client_state *client);
 
 // The network thread: connects, runs the connection, reconnects with back-off until stopped.
 void network_main(client_state *client, broker_address address);
+
+// Subscribes to what the monitor of the client watches (mutex held).
+void subscribe_monitor_locked(client_state *client);
+
+// Queues the monitor's copy of an arriving message (`topic` without the namespace) when the
+// client's monitor watches it; true when that dropped something from the full queue.
+bool queue_monitor_copy(client_state *client, const std::string &topic, const mosquitto_message *message,
+                        const std::string &response_topic, const std::string &correlation);
+
+// Hands a monitor's copy to the monitor's handler (dispatch thread, mutex held through `lock`).
+void run_monitor(client_state *client, std::unique_lock<std::mutex> &lock, const dispatch_item &item);
 
 // Network-thread entry points.
 void on_message(mosquitto *mosq, void *obj, const mosquitto_message *message,

@@ -13,11 +13,6 @@ namespace {
 
 thread_local bool t_in_handler = false;
 
-struct handler_scope {
-    handler_scope() { t_in_handler = true; }
-    ~handler_scope() { t_in_handler = false; }
-};
-
 void run_signal(client_state *client, std::unique_lock<std::mutex> &lock, const dispatch_item &item)
 {
     auto found = client->signals.find(item.topic);
@@ -75,6 +70,16 @@ bool in_handler()
     return t_in_handler;
 }
 
+handler_scope::handler_scope()
+{
+    t_in_handler = true;
+}
+
+handler_scope::~handler_scope()
+{
+    t_in_handler = false;
+}
+
 void dispatch_main(client_state *client)
 {
     std::vector<char> reply(BUS_SERVICE_REPLY_CAPACITY + 1);
@@ -98,7 +103,9 @@ void dispatch_main(client_state *client)
         client->handler_running = true;
         client->running_topic = item.topic;
         try {
-            if (item.request)
+            if (item.monitor_kind != 0)
+                run_monitor(client, lock, item);
+            else if (item.request)
                 run_request(client, lock, item, reply);
             else
                 run_signal(client, lock, item);

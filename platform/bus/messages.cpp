@@ -20,12 +20,6 @@ std::string read_correlation(const mosquitto_property *properties)
     return correlation;
 }
 
-bool ends_with(const std::string &text, const char *suffix)
-{
-    size_t n = strlen(suffix);
-    return text.size() >= n && text.compare(text.size() - n, n, suffix) == 0;
-}
-
 void record_presence(client_state *client, const std::string &topic, const mosquitto_message *message)
 {
     std::string service = topic.substr(0, topic.size() - strlen("/state"));
@@ -89,15 +83,10 @@ void route_message(client_state *client, const mosquitto_message *message, const
     if (topic.compare(0, client->wire_prefix.size(), client->wire_prefix) != 0)
         return;
     topic.erase(0, client->wire_prefix.size());
-    if (ends_with(topic, "/state") && topic.find('/') == topic.size() - strlen("/state")) {
-        record_presence(client, topic, message);
-        return;
-    }
-    dispatch_item item;
     size_t slash = topic.find('/');
-    if (slash == std::string::npos)
-        return;
-    if (topic.compare(slash, 8, "/method/") == 0) {
+    bool presence = slash != std::string::npos && topic.compare(slash, std::string::npos, "/state") == 0;
+    dispatch_item item;
+    if (slash != std::string::npos && topic.compare(slash, 8, "/method/") == 0) {
         item.request = true;
         char *response_topic = nullptr;
         if (mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &response_topic,
@@ -110,17 +99,25 @@ void route_message(client_state *client, const mosquitto_message *message, const
         // The broker hands on what is left of the caller's timeout.
         if (mosquitto_property_read_int32(properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, &expiry_s, false) != nullptr)
             item.expires = steady::now() + std::chrono::seconds(expiry_s);
-    } else if (topic.compare(slash, 8, "/signal/") != 0) {
-        return;
+    } else if (slash == std::string::npos || topic.compare(slash, 8, "/signal/") != 0) {
+        // Presence, and the replies to other clients that only a monitor subscribes to.
+        item.correlation = read_correlation(properties);
     }
-    item.topic = std::move(topic);
-    if (message->payload != nullptr && message->payloadlen > 0)
-        item.payload.assign(static_cast<const char *>(message->payload),
-                            static_cast<size_t>(message->payloadlen));
-    bool dropped;
-    {
+    bool dropped = queue_monitor_copy(client, topic, message, item.response_topic, item.correlation);
+    if (presence) {
+        record_presence(client, topic, message);
+    } else if (slash != std::string::npos &&
+               (item.request || topic.compare(slash, 8, "/signal/") == 0)) {
+        item.topic = std::move(topic);
+        if (message->payload != nullptr && message->payloadlen > 0)
+            item.payload.assign(static_cast<const char *>(message->payload),
+                                static_cast<size_t>(message->payloadlen));
         std::lock_guard<std::mutex> hold(client->mutex);
-        dropped = enqueue_locked(client, std::move(item));
+        // A monitor subscribes to more than the client handles itself.
+        bool handled = item.request ? client->services.count(item.topic.substr(0, slash)) != 0
+                                    : client->signals.count(item.topic) != 0;
+        if (handled)
+            dropped = enqueue_locked(client, std::move(item)) || dropped;
     }
     if (dropped)
         report_drops(client);

@@ -47,6 +47,7 @@ void on_connect(mosquitto *, void *obj, int rc, int, const mosquitto_property *)
         subscribe_locked(client, entry.first, kQosSignal);
     for (const auto &entry : client->services)
         subscribe_locked(client, method_topic(entry.first, "+"), kQosRequest);
+    subscribe_monitor_locked(client);
     // Queued after the subscriptions on the same connection, so whoever sees "online" can call.
     for (const auto &entry : client->services)
         publish_presence(client, entry.first, true);

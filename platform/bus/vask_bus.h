@@ -227,6 +227,39 @@ VASK_BUS_API int bus_service_unregister(bus_client *client, const char *service)
 VASK_BUS_API int bus_signal_emit(bus_client *client, const char *service, const char *event,
                                  const void *payload, int length);
 
+/** What a monitor sees: one message of a service's traffic (bus_monitor). */
+typedef struct bus_monitor_event {
+    int kind;                /**< BUS_MONITOR_REQUEST, BUS_MONITOR_REPLY, BUS_MONITOR_SIGNAL or BUS_MONITOR_PRESENCE */
+    const char *service;     /**< S ("" for a reply, whose topic names no service) */
+    const char *name;        /**< the method M of a request, the event E of a signal, "" otherwise */
+    const char *payload;     /**< zero-terminated copy of the bytes: body, reply, signal or presence state */
+    int length;              /**< their number without the terminator */
+    const char *client_id;   /**< request: the caller's client id; reply: the client id it goes to; else "" */
+    const void *correlation; /**< request and reply: the correlation data that pairs them; else NULL */
+    int correlation_length;  /**< its number of bytes */
+} bus_monitor_event;
+
+#define BUS_MONITOR_REQUEST  1 /**< a request to one of the service's methods */
+#define BUS_MONITOR_REPLY    2 /**< a reply to any caller (pair it with its request by correlation) */
+#define BUS_MONITOR_SIGNAL   3 /**< a signal of the service */
+#define BUS_MONITOR_PRESENCE 4 /**< the service's presence state */
+
+/** Called on the client's dispatch thread, in arrival order, for each message a monitor sees. The
+ * event and its strings are valid only during the call. */
+typedef void (*bus_monitor_handler)(bus_client *client, void *user, const bus_monitor_event *event);
+
+/** Makes the client watch everything on the bus for `service`: its requests (whoever calls), every
+ * reply on the bus, its signals and its presence, at QoS 0, on this connection and every later one.
+ * It only watches: requests still go to the service, and nothing is answered. One monitor per client;
+ * calling again replaces the handler. Meant for tools (edctl monitor); the broker's ACL decides
+ * whether a client may read other clients' traffic.
+ * @return BUS_OK, BUS_ERR_INVALID for bad arguments, BUS_ERR_FAILED for a null or freed client.
+ * @param client the watching client
+ * @param service the service's name S
+ * @param handler called for each message
+ * @param user handed to `handler` */
+VASK_BUS_API int bus_monitor(bus_client *client, const char *service, bus_monitor_handler handler, void *user);
+
 /** What a client's queues hold and what they counted since the client was made. */
 typedef struct bus_client_stats {
     unsigned long long signals_dropped;  /**< signals dropped from a full dispatch queue */

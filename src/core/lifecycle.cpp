@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "core/internal.h"
+#include "core/signals.h"
 
 namespace vask_ed {
 namespace {
@@ -44,6 +45,8 @@ ED_API int ed_init()
         return -1;
     bus_client *client = bus_client_new(kClientName);
     g_client.store(client, std::memory_order_release);
+    // Before connecting, so that the connection's wait covers the broker's acknowledgements too.
+    subscribe_registered_signals(client);
     // Not connected yet is not a failure: the client keeps trying in the background.
     bus_connect(client, 0);
     g_initialised = true;
@@ -57,9 +60,17 @@ ED_API int ed_release()
                                "External device library not initialized");
         return 0;
     }
-    bus_client *client = g_client.exchange(nullptr, std::memory_order_acq_rel);
+    bus_client *client = current_client();
+    // The bus refuses to tear a client down from one of its handlers (the handler would wait for
+    // itself) and does nothing then; closing anyway would leave a live client behind that keeps
+    // delivering, and a later ed_init would subscribe a second one.
+    if (client != nullptr && bus_disconnect(client) == BUS_ERR_INVALID) {
+        TULO_LOG_write_newline(ED_LOG_MODULE, 0, kLogLibrary, __LINE__, "ed_release",
+                               "ed_release called from a signal callback: refused");
+        return -1;
+    }
+    g_client.store(nullptr, std::memory_order_release);
     if (client != nullptr) {
-        bus_disconnect(client);
         bus_client_free(client);
         bus_cleanup();
     }

@@ -123,6 +123,13 @@ void dispatch_signal(const callback_table &callbacks, const parser_table &parser
     }
 }
 
+void subscribe_registered_signals(bus_client *client)
+{
+    for (const signal_entry &entry : kSignals)
+        if (g_callbacks.at(kSignalPrefix + entry.event).load(std::memory_order_acquire) != nullptr)
+            bus_signal_subscribe(client, kServiceName, entry.event, ed_signal_handler);
+}
+
 } // namespace vask_ed
 
 using namespace vask_ed;

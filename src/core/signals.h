@@ -6,6 +6,8 @@
 #include <string>
 #include <unordered_map>
 
+#include "vask_bus.h"
+
 namespace vask_ed {
 
 using signal_callback = void (*)(const char *event, void *data, void *user);
@@ -31,6 +33,10 @@ const releaser_table &signal_releasers();
 void dispatch_signal(const callback_table &callbacks, const parser_table &parsers,
                      const releaser_table &releasers, void *user, const char *topic,
                      const void *payload);
+
+// Subscribes `client` to every event that has a non-null callback stored, as ed_register_signal
+// does, so that the callbacks of an application survive ed_release and a new ed_init.
+void subscribe_registered_signals(bus_client *client);
 
 } // namespace vask_ed
 

@@ -2,9 +2,72 @@
 
 #include <cstdio>
 
+#include "box_files.h"
 #include "libvask_external_device.h"
 
 namespace edctl {
+namespace {
+
+// The box file an action reads or writes, or null.
+const char *file_of(unsigned needs)
+{
+    if (needs & kDeviceFile)
+        return "/etc/external_device.json";
+    if (needs & kMicFile)
+        return "/etc/microphone_control.json";
+    return nullptr;
+}
+
+// True when `file` (a fixed path under the system root) holds a JSON object; true for no file.
+bool readable(const char *file)
+{
+    json_ptr document(file != nullptr ? vask_tools::read_box_json(file) : nullptr);
+    return file == nullptr || cJSON_IsObject(document.get());
+}
+
+// What a negative result means for an action with these needs. The library's -1 covers both a
+// file it could not read and a service that answered with a failure: the file is looked at here.
+std::string failure_meaning(unsigned needs, int result)
+{
+    const char *file = file_of(needs);
+    const std::string path = file != nullptr ? vask_tools::box_path(file) : std::string();
+    if (result == -1 && !readable(file))
+        return "cannot read " + path + ": missing or not valid JSON";
+    if (needs & kService) {
+        switch (result) {
+        case -1:
+            return file != nullptr ? "the settings could not be stored in " + path +
+                                         ", or the external_device service answered with a failure"
+                                   : "the external_device service answered with a failure";
+        case -2: return "the service refused the request (bad arguments)";
+        case -3: return "the external_device service is not running";
+        case -4: return "no answer from the external_device service within 8 s";
+        default: return "general failure";
+        }
+    }
+    switch (result) {
+    case -1: return file != nullptr ? "the settings in " + path + " are missing or not valid" : "general failure";
+    case -2: return "unknown selector or unsupported protocol";
+    default: return "general failure";
+    }
+}
+
+// Runs one action; one that needs the service only once the broker answers, with the library open.
+int run_action(const std::string &what, const action &a, context context, const arguments &args)
+{
+    context.needs = a.needs;
+    context.operation = what;
+    if ((a.needs & kService) == 0)
+        return a.run(context, args);
+    if (!broker_answers())
+        return not_connected(what);
+    ed_init();
+    int result = a.run(context, args);
+    ed_release();
+    return result;
+}
+
+} // namespace
 
 const std::vector<command> &commands()
 {
@@ -49,6 +112,10 @@ const std::vector<command> &commands()
         {"watch", "[--count N] [EVENT...]",
          "print each signal of the service as it arrives (all five events unless named) until interrupted",
          "edctl --json watch --count 3 mic_on_event", run_watch},
+        {"monitor", "[--count N] [--method M]... [--event E]...",
+         "show everything on the bus for the service: requests with their callers, replies with their code\n"
+         "               and time, signals and presence, until interrupted (filters: only the named methods/events)",
+         "edctl --json monitor --method get_voting_info", run_monitor},
         {"sim", "press|release GROUP ID | vote CHOICE | cam-status JSON | info-change JSON | non-list-mic JSON |\n"
                 "             emit EVENT PAYLOAD [COUNT] | reply METHOD TEXT|--none|--clear | state JSON | calls |\n"
                 "             clear-calls | applied SECTION",
@@ -72,37 +139,32 @@ int dispatch(const char *family, const std::vector<action> &actions, const conte
     for (const action &a : actions) {
         if (args[0] != a.name)
             continue;
-        if (args.size() - 1 < a.min_arguments || args.size() - 1 > a.max_arguments) {
-            std::string what = std::string(family) + " " + a.name;
+        std::string what = std::string(family) + " " + a.name;
+        if (args.size() - 1 < a.min_arguments || args.size() - 1 > a.max_arguments)
             return usage_error("wrong number of arguments for %s", what.c_str());
-        }
-        return a.run(context, arguments(args.begin() + 1, args.end()));
+        return run_action(what, a, context, arguments(args.begin() + 1, args.end()));
     }
     std::string message = std::string("unknown ") + family + " action '%s'";
     return usage_error(message.c_str(), args[0].c_str());
 }
 
-int report(const std::string &what, int result)
+bool box_file_readable(const context &context)
+{
+    return readable(file_of(context.needs));
+}
+
+int report(const context &context, int result)
 {
     if (result == 0)
         return 0;
-    const char *meaning = "general failure (no connection to the bus, or the service refused)";
-    switch (result) {
-    case -2: meaning = "refused as invalid"; break;
-    case -3: meaning = "the external_device service is offline"; break;
-    case -4: meaning = "the service did not answer in time"; break;
-    default: break;
-    }
-    fprintf(stderr, "edctl: %s failed: %d (%s)\n", what.c_str(), result, meaning);
+    fprintf(stderr, "edctl: %s failed: %d (%s)\n", context.operation.c_str(), result,
+            failure_meaning(context.needs, result).c_str());
     return 1;
 }
 
-int with_library(const std::string &what, const std::function<int()> &operation)
+int run_operation(const context &context, const std::function<int()> &operation)
 {
-    ed_init();
-    int result = operation();
-    ed_release();
-    return report(what, result);
+    return report(context, operation());
 }
 
 void print_json(const cJSON *json)

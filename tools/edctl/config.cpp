@@ -100,10 +100,10 @@ int apply_settings(const arguments &args, external_protocol_info *info)
 }
 
 // get and set of a control device: `read` fills the record, `write` stores and applies it.
-int device_get(const context &ctx, const char *what, int (*read)(external_protocol_info *))
+int device_get(const context &ctx, int (*read)(external_protocol_info *))
 {
     external_protocol_info info{false, -1, "", "", "", "", ""};
-    return with_library(what, [&] {
+    return run_operation(ctx, [&] {
         int result = read(&info);
         if (result == 0)
             print_device(ctx, info);
@@ -111,14 +111,14 @@ int device_get(const context &ctx, const char *what, int (*read)(external_protoc
     });
 }
 
-int device_set(const arguments &args, const char *what, int (*read)(external_protocol_info *),
-               int (*write)(const external_protocol_info &))
+int device_set(const context &ctx, const arguments &args, int (*read)(external_protocol_info *),
+                int (*write)(const external_protocol_info &))
 {
     external_protocol_info info{false, -1, "", "", "", "", ""};
     read(&info); // the stored settings are the starting point; a failed read leaves the defaults
     if (int rc = apply_settings(args, &info))
         return rc;
-    return with_library(what, [&] { return write(info); });
+    return run_operation(ctx, [&] { return write(info); });
 }
 
 int validate(const context &ctx, const arguments &)
@@ -143,7 +143,8 @@ int show(const context &ctx, const arguments &args)
         return usage_error("%s", "config show takes at most one SECTION");
     json_ptr document = read_configuration();
     if (!document) {
-        fprintf(stderr, "edctl: config show failed: %s cannot be read as JSON\n", configuration_path().c_str());
+        fprintf(stderr, "edctl: config show failed: cannot read %s: missing or not valid JSON\n",
+                configuration_path().c_str());
         return 1;
     }
     const cJSON *shown = document.get();
@@ -167,8 +168,8 @@ int show(const context &ctx, const arguments &args)
 int run_config(const context &ctx, const arguments &args)
 {
     static const std::vector<action> actions = {
-        {"validate", 0, 0, validate},
-        {"show", 0, 1, show},
+        {"validate", 0, 0, kDeviceFile, validate},
+        {"show", 0, 1, kDeviceFile, show},
     };
     return dispatch("config", actions, ctx, args);
 }
@@ -183,11 +184,9 @@ int run_config_command(const context &ctx, const arguments &args)
 int run_mic_central(const context &ctx, const arguments &args)
 {
     static const std::vector<action> actions = {
-        {"get", 0, 0, [](const context &c, const arguments &) { return device_get(c, "mic-central get", ed_get_mic_central_info); }},
-        {"set", 1, 16,
-         [](const context &, const arguments &a) {
-             return device_set(a, "mic-central set", ed_get_mic_central_info, ed_set_mic_central_info);
-         }},
+        {"get", 0, 0, kDeviceFile, [](const context &c, const arguments &) { return device_get(c, ed_get_mic_central_info); }},
+        {"set", 1, 16, kDeviceFile | kService,
+         [](const context &c, const arguments &a) { return device_set(c, a, ed_get_mic_central_info, ed_set_mic_central_info); }},
     };
     return dispatch("mic-central", actions, ctx, args);
 }
@@ -195,11 +194,9 @@ int run_mic_central(const context &ctx, const arguments &args)
 int run_castdeck(const context &ctx, const arguments &args)
 {
     static const std::vector<action> actions = {
-        {"get", 0, 0, [](const context &c, const arguments &) { return device_get(c, "castdeck get", ed_get_castdeck_info); }},
-        {"set", 1, 16,
-         [](const context &, const arguments &a) {
-             return device_set(a, "castdeck set", ed_get_castdeck_info, ed_set_castdeck_info);
-         }},
+        {"get", 0, 0, kDeviceFile, [](const context &c, const arguments &) { return device_get(c, ed_get_castdeck_info); }},
+        {"set", 1, 16, kDeviceFile | kService,
+         [](const context &c, const arguments &a) { return device_set(c, a, ed_get_castdeck_info, ed_set_castdeck_info); }},
     };
     return dispatch("castdeck", actions, ctx, args);
 }
@@ -207,30 +204,30 @@ int run_castdeck(const context &ctx, const arguments &args)
 int run_projector(const context &ctx, const arguments &args)
 {
     static const std::vector<action> actions = {
-        {"get", 0, 0, [](const context &c, const arguments &) { return device_get(c, "projector get", ed_get_projector_settings); }},
-        {"pjlink", 2, 2,
-         [](const context &, const arguments &a) {
-             return with_library("projector pjlink", [&] { return ed_set_pjlink_settings(a[0], a[1]); });
+        {"get", 0, 0, kDeviceFile, [](const context &c, const arguments &) { return device_get(c, ed_get_projector_settings); }},
+        {"pjlink", 2, 2, kDeviceFile | kService,
+         [](const context &c, const arguments &a) {
+             return run_operation(c, [&] { return ed_set_pjlink_settings(a[0], a[1]); });
          }},
-        {"hitachi-tcp", 2, 2,
-         [](const context &, const arguments &a) {
-             return with_library("projector hitachi-tcp", [&] { return ed_set_hitachi_tcp_settings(a[0], a[1]); });
+        {"hitachi-tcp", 2, 2, kDeviceFile | kService,
+         [](const context &c, const arguments &a) {
+             return run_operation(c, [&] { return ed_set_hitachi_tcp_settings(a[0], a[1]); });
          }},
-        {"hitachi-rs232", 1, 1,
-         [](const context &, const arguments &a) {
-             return with_library("projector hitachi-rs232", [&] { return ed_set_hitachi_rs232_settings(a[0]); });
+        {"hitachi-rs232", 1, 1, kDeviceFile | kService,
+         [](const context &c, const arguments &a) {
+             return run_operation(c, [&] { return ed_set_hitachi_rs232_settings(a[0]); });
          }},
-        {"none", 0, 0,
-         [](const context &, const arguments &) {
-             return with_library("projector none", [] { return ed_set_none_settings(); });
+        {"none", 0, 0, kDeviceFile | kService,
+         [](const context &c, const arguments &) {
+             return run_operation(c, [&] { return ed_set_none_settings(); });
          }},
-        {"test-pjlink", 2, 2,
-         [](const context &, const arguments &a) {
-             return with_library("projector test-pjlink", [&] { return ed_pjlink_test(a[0], a[1]); });
+        {"test-pjlink", 2, 2, kService,
+         [](const context &c, const arguments &a) {
+             return run_operation(c, [&] { return ed_pjlink_test(a[0], a[1]); });
          }},
-        {"test-hitachi-tcp", 2, 2,
-         [](const context &, const arguments &a) {
-             return with_library("projector test-hitachi-tcp", [&] { return ed_hitachi_tcp_test(a[0], a[1]); });
+        {"test-hitachi-tcp", 2, 2, kService,
+         [](const context &c, const arguments &a) {
+             return run_operation(c, [&] { return ed_hitachi_tcp_test(a[0], a[1]); });
          }},
     };
     return dispatch("projector", actions, ctx, args);
@@ -239,10 +236,10 @@ int run_projector(const context &ctx, const arguments &args)
 int run_tcp_control(const context &ctx, const arguments &args)
 {
     static const std::vector<action> actions = {
-        {"get", 0, 0,
+        {"get", 0, 0, kDeviceFile,
          [](const context &c, const arguments &) {
              external_control_info info{false, "", "", ""};
-             return with_library("tcp-control get", [&] {
+             return run_operation(c, [&] {
                  int result = ed_get_tcp_control_settings(&info);
                  if (result == 0 && c.json) {
                      json_ptr json(cJSON_CreateObject());
@@ -259,12 +256,11 @@ int run_tcp_control(const context &ctx, const arguments &args)
                  return result;
              });
          }},
-        {"set", 2, 2,
-         [](const context &, const arguments &a) {
+        {"set", 2, 2, kDeviceFile | kService,
+         [](const context &c, const arguments &a) {
              if (a[0] != "on" && a[0] != "off")
                  return usage_error("tcp-control set takes on or off, not '%s'", a[0].c_str());
-             return with_library("tcp-control set",
-                                 [&] { return ed_set_tcp_control_settings(a[0] == "on", a[1]); });
+             return run_operation(c, [&] { return ed_set_tcp_control_settings(a[0] == "on", a[1]); });
          }},
     };
     return dispatch("tcp-control", actions, ctx, args);

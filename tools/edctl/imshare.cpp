@@ -10,7 +10,7 @@ namespace {
 int get(const context &context, const arguments &)
 {
     imshare_info info{false};
-    return with_library("imshare get", [&] {
+    return run_operation(context, [&] {
         int result = ed_get_imshare_info(&info);
         if (result == 0 && context.json) {
             json_ptr json(cJSON_CreateObject());
@@ -23,12 +23,12 @@ int get(const context &context, const arguments &)
     });
 }
 
-int set(const context &, const arguments &args)
+int set(const context &context, const arguments &args)
 {
     if (args[0] != "on" && args[0] != "off")
         return usage_error("imshare set takes on or off, not '%s'", args[0].c_str());
     imshare_info info{args[0] == "on"};
-    return with_library("imshare set", [&] { return ed_set_imshare_info(info); });
+    return run_operation(context, [&] { return ed_set_imshare_info(info); });
 }
 
 } // namespace
@@ -36,8 +36,8 @@ int set(const context &, const arguments &args)
 int run_imshare(const context &ctx, const arguments &args)
 {
     static const std::vector<action> actions = {
-        {"get", 0, 0, get},
-        {"set", 1, 1, set},
+        {"get", 0, 0, kService, get},
+        {"set", 1, 1, kService, set},
     };
     return dispatch("imshare", actions, ctx, args);
 }

@@ -11,7 +11,7 @@ namespace {
 int on_list(const context &context, const arguments &)
 {
     std::vector<mic_node> list;
-    return with_library("mic on-list", [&] {
+    return run_operation(context, [&] {
         int result = ed_get_mic_on_list(&list);
         if (result != 0)
             return result;
@@ -36,7 +36,7 @@ int on_list(const context &context, const arguments &)
 int central_state(const context &context, const arguments &)
 {
     int state = -1;
-    return with_library("mic central-state", [&] {
+    return run_operation(context, [&] {
         int result = ed_get_mic_central_connection_state(&state);
         if (result != 0)
             return result;
@@ -58,7 +58,7 @@ int central_test(const context &context, const arguments &args)
     if (args[3].empty() || *end != '\0' || protocol < -1 || protocol > 1000)
         return usage_error("PROTOCOL must be a protocol number, not '%s'", args[3].c_str());
     external_protocol_info info{true, static_cast<int32_t>(protocol), args[0], args[1], args[2], "", ""};
-    return with_library("mic central-test", [&] {
+    return run_operation(context, [&] {
         int result = ed_mic_central_connection_test(info);
         if (result == 0 && context.json) {
             json_ptr json(cJSON_CreateObject());
@@ -76,9 +76,9 @@ int central_test(const context &context, const arguments &args)
 int run_mic(const context &ctx, const arguments &args)
 {
     static const std::vector<action> actions = {
-        {"on-list", 0, 0, on_list},
-        {"central-state", 0, 0, central_state},
-        {"central-test", 4, 4, central_test},
+        {"on-list", 0, 0, kService, on_list},
+        {"central-state", 0, 0, kService, central_state},
+        {"central-test", 4, 4, kService, central_test},
     };
     return dispatch("mic", actions, ctx, args);
 }

@@ -99,8 +99,11 @@ int list(const context &ctx, const arguments &args)
     if (int rc = parse_filters(args, &gr, &id))
         return rc;
     std::vector<microphone_info> items;
-    // An empty list is how the library reports "no item": printed as such, not a failure.
+    // An empty list is how the library reports "no item": printed as such, not a failure, unless
+    // the file itself cannot be read.
     ed_get_mic_control_info(gr, id, &items);
+    if (items.empty() && !box_file_readable(ctx))
+        return report(ctx, -1);
     print_items(ctx, items);
     return 0;
 }
@@ -112,33 +115,35 @@ int conflicts(const context &ctx, const arguments &args)
         return rc;
     std::vector<microphone_info> items;
     ed_get_mic_group_conflict_info(gr, &items);
+    if (items.empty() && !box_file_readable(ctx))
+        return report(ctx, -1);
     print_items(ctx, items);
     return 0;
 }
 
 // An item operation of the library, with the service told afterwards.
-int with_item(const char *what, const arguments &args, int (*operation)(microphone_info &))
+int with_item(const context &ctx, const arguments &args, int (*operation)(microphone_info &))
 {
     microphone_info info;
     if (int rc = parse_item(args, &info))
         return rc;
-    return with_library(what, [&] { return operation(info); });
+    return run_operation(ctx, [&] { return operation(info); });
 }
 
-int execute(const char *what, int action, const arguments &args)
+int execute(const context &ctx, int action, const arguments &args)
 {
     microphone_info info;
     if (action != 2)
         if (int rc = parse_item(args, &info))
             return rc;
-    return with_library(what, [&] { return ed_exe_mic_control_info(action, info); });
+    return run_operation(ctx, [&] { return ed_exe_mic_control_info(action, info); });
 }
 
-int default_mode(const context &ctx, const arguments &args)
+int default_mode_get(const context &ctx, const arguments &)
 {
-    if (args[0] == "get" && args.size() == 1) {
-        int cancel_mode = 0;
-        microphone_info info;
+    int cancel_mode = 0;
+    microphone_info info;
+    return run_operation(ctx, [&] {
         int result = ed_get_mic_control_cancel_mode_info(&cancel_mode, &info);
         if (result == 0 && ctx.json) {
             json_ptr json(cJSON_CreateObject());
@@ -148,44 +153,39 @@ int default_mode(const context &ctx, const arguments &args)
         } else if (result == 0) {
             printf("cancel_mode: %d\nitem:        %s\n", cancel_mode, item_words(info).c_str());
         }
-        return report("mic-control default-mode get", result);
-    }
-    if (args[0] == "set" && args.size() >= 2) {
-        char *end = nullptr;
-        long cancel_mode = strtol(args[1].c_str(), &end, 10);
-        if (args[1].empty() || *end != '\0')
-            return usage_error("CANCEL_MODE must be a number, not '%s'", args[1].c_str());
-        microphone_info info;
-        if (int rc = parse_item(arguments(args.begin() + 2, args.end()), &info))
-            return rc;
-        return with_library("mic-control default-mode set", [&] {
-            return ed_set_mic_control_cancel_mode_info(static_cast<int>(cancel_mode), info);
-        });
-    }
-    return usage_error("%s", "default-mode takes get, or set CANCEL_MODE [ITEM]");
+        return result;
+    });
 }
 
-int conflict_mode(const context &ctx, const arguments &args)
+int default_mode_set(const context &ctx, const arguments &args)
 {
-    if (args[0] == "get" && args.size() == 1) {
-        microphone_info info;
+    char *end = nullptr;
+    long cancel_mode = strtol(args[0].c_str(), &end, 10);
+    if (args[0].empty() || *end != '\0')
+        return usage_error("CANCEL_MODE must be a number, not '%s'", args[0].c_str());
+    microphone_info info;
+    if (int rc = parse_item(arguments(args.begin() + 1, args.end()), &info))
+        return rc;
+    return run_operation(ctx, [&] { return ed_set_mic_control_cancel_mode_info(static_cast<int>(cancel_mode), info); });
+}
+
+int conflict_mode_get(const context &ctx, const arguments &)
+{
+    microphone_info info;
+    return run_operation(ctx, [&] {
         int result = ed_get_mic_control_conflict_mode_info(&info);
         if (result == 0 && ctx.json)
             print_json(item_json(info).get());
         else if (result == 0)
             printf("%s\n", item_words(info).c_str());
-        return report("mic-control conflict-mode get", result);
-    }
-    if (args[0] == "set")
-        return with_item("mic-control conflict-mode set", arguments(args.begin() + 1, args.end()),
-                         ed_set_mic_control_conflict_mode_info);
-    return usage_error("%s", "conflict-mode takes get, or set ITEM");
+        return result;
+    });
 }
 
-int speakers_mode(const context &ctx, const arguments &args)
+int speakers_mode_get(const context &ctx, const arguments &)
 {
     multiple_speakers_mode mode;
-    if (args[0] == "get" && args.size() == 1) {
+    return run_operation(ctx, [&] {
         int result = ed_get_mic_control_multiple_speakers_mode_info(&mode);
         if (result == 0 && ctx.json) {
             json_ptr json(cJSON_CreateObject());
@@ -195,24 +195,53 @@ int speakers_mode(const context &ctx, const arguments &args)
         } else if (result == 0) {
             printf("multi_mode:  %d\ncancel_mode: %d\n", mode.multi_mode, mode.cancel_mode);
         }
-        return report("mic-control speakers-mode get", result);
+        return result;
+    });
+}
+
+int speakers_mode_set(const context &ctx, const arguments &args)
+{
+    multiple_speakers_mode mode;
+    ed_get_mic_control_multiple_speakers_mode_info(&mode);
+    for (const std::string &arg : args) {
+        char *end = nullptr;
+        size_t equals = arg.find('=');
+        std::string key = arg.substr(0, equals);
+        long value = equals == std::string::npos ? 0 : strtol(arg.c_str() + equals + 1, &end, 10);
+        if (equals == std::string::npos || *end != '\0' || (key != "multi_mode" && key != "cancel_mode"))
+            return usage_error("not multi_mode=N or cancel_mode=N: %s", arg.c_str());
+        (key == "multi_mode" ? mode.multi_mode : mode.cancel_mode) = static_cast<int32_t>(value);
     }
-    if (args[0] == "set" && args.size() > 1) {
-        ed_get_mic_control_multiple_speakers_mode_info(&mode);
-        for (size_t i = 1; i < args.size(); ++i) {
-            const std::string &arg = args[i];
-            char *end = nullptr;
-            size_t equals = arg.find('=');
-            std::string key = arg.substr(0, equals);
-            long value = equals == std::string::npos ? 0 : strtol(arg.c_str() + equals + 1, &end, 10);
-            if (equals == std::string::npos || *end != '\0' || (key != "multi_mode" && key != "cancel_mode"))
-                return usage_error("not multi_mode=N or cancel_mode=N: %s", arg.c_str());
-            (key == "multi_mode" ? mode.multi_mode : mode.cancel_mode) = static_cast<int32_t>(value);
-        }
-        return with_library("mic-control speakers-mode set",
-                            [&] { return ed_set_mic_control_multiple_speakers_mode_info(mode); });
-    }
-    return usage_error("%s", "speakers-mode takes get, or set multi_mode=N cancel_mode=N");
+    return run_operation(ctx, [&] { return ed_set_mic_control_multiple_speakers_mode_info(mode); });
+}
+
+// The three mode sections, each read with get and stored (and applied by the service) with set.
+int default_mode(const context &ctx, const arguments &args)
+{
+    static const std::vector<action> actions = {
+        {"get", 0, 0, kMicFile, default_mode_get},
+        {"set", 1, 32, kMicFile | kService, default_mode_set},
+    };
+    return dispatch("mic-control default-mode", actions, ctx, args);
+}
+
+int conflict_mode(const context &ctx, const arguments &args)
+{
+    static const std::vector<action> actions = {
+        {"get", 0, 0, kMicFile, conflict_mode_get},
+        {"set", 1, 32, kMicFile | kService,
+         [](const context &c, const arguments &a) { return with_item(c, a, ed_set_mic_control_conflict_mode_info); }},
+    };
+    return dispatch("mic-control conflict-mode", actions, ctx, args);
+}
+
+int speakers_mode(const context &ctx, const arguments &args)
+{
+    static const std::vector<action> actions = {
+        {"get", 0, 0, kMicFile, speakers_mode_get},
+        {"set", 1, 2, kMicFile | kService, speakers_mode_set},
+    };
+    return dispatch("mic-control speakers-mode", actions, ctx, args);
 }
 
 } // namespace
@@ -220,25 +249,22 @@ int speakers_mode(const context &ctx, const arguments &args)
 int run_mic_control(const context &ctx, const arguments &args)
 {
     static const std::vector<action> actions = {
-        {"list", 0, 2, list},
-        {"set", 1, 32, [](const context &, const arguments &a) { return with_item("mic-control set", a, ed_set_mic_control_info); }},
-        {"delete", 1, 32,
-         [](const context &, const arguments &a) { return with_item("mic-control delete", a, ed_del_mic_control_info); }},
-        {"execute", 1, 32, [](const context &, const arguments &a) { return execute("mic-control execute", 1, a); }},
-        {"simulate", 1, 32, [](const context &, const arguments &a) { return execute("mic-control simulate", 0, a); }},
-        {"home", 0, 0, [](const context &, const arguments &a) { return execute("mic-control home", 2, a); }},
-        {"conflicts", 0, 1, conflicts},
-        {"conflict-set", 1, 32,
-         [](const context &, const arguments &a) {
-             return with_item("mic-control conflict-set", a, ed_set_mic_group_conflict_info);
-         }},
-        {"conflict-delete", 1, 32,
-         [](const context &, const arguments &a) {
-             return with_item("mic-control conflict-delete", a, ed_del_mic_group_conflict_info);
-         }},
-        {"default-mode", 1, 33, default_mode},
-        {"conflict-mode", 1, 33, conflict_mode},
-        {"speakers-mode", 1, 3, speakers_mode},
+        {"list", 0, 2, kMicFile, list},
+        {"set", 1, 32, kMicFile | kService,
+         [](const context &c, const arguments &a) { return with_item(c, a, ed_set_mic_control_info); }},
+        {"delete", 1, 32, kMicFile | kService,
+         [](const context &c, const arguments &a) { return with_item(c, a, ed_del_mic_control_info); }},
+        {"execute", 1, 32, kMicFile | kService, [](const context &c, const arguments &a) { return execute(c, 1, a); }},
+        {"simulate", 1, 32, kMicFile | kService, [](const context &c, const arguments &a) { return execute(c, 0, a); }},
+        {"home", 0, 0, kMicFile | kService, [](const context &c, const arguments &a) { return execute(c, 2, a); }},
+        {"conflicts", 0, 1, kMicFile, conflicts},
+        {"conflict-set", 1, 32, kMicFile | kService,
+         [](const context &c, const arguments &a) { return with_item(c, a, ed_set_mic_group_conflict_info); }},
+        {"conflict-delete", 1, 32, kMicFile | kService,
+         [](const context &c, const arguments &a) { return with_item(c, a, ed_del_mic_group_conflict_info); }},
+        {"default-mode", 1, 33, kNothing, default_mode},
+        {"conflict-mode", 1, 33, kNothing, conflict_mode},
+        {"speakers-mode", 1, 3, kNothing, speakers_mode},
     };
     return dispatch("mic-control", actions, ctx, args);
 }

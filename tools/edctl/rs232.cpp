@@ -11,7 +11,7 @@ namespace {
 int devices(const context &ctx, const arguments &)
 {
     std::vector<external_rs232_info> list;
-    return with_library("rs232 devices", [&] {
+    return run_operation(ctx, [&] {
         int result = ed_get_external_rs232_device_list(&list);
         if (result != 0)
             return result;
@@ -121,25 +121,33 @@ int apply_control_settings(const arguments &args, external_rs232_control *info)
     return 0;
 }
 
+int control_get(const context &ctx, const arguments &)
+{
+    external_rs232_control info;
+    return run_operation(ctx, [&] {
+        int result = ed_get_external_rs232_control_info(&info);
+        if (result == 0)
+            print_control(ctx, info);
+        return result;
+    });
+}
+
+int control_set(const context &ctx, const arguments &args)
+{
+    external_rs232_control info;
+    ed_get_external_rs232_control_info(&info); // the stored settings are the starting point
+    if (int rc = apply_control_settings(args, &info))
+        return rc;
+    return run_operation(ctx, [&] { return ed_set_external_rs232_control_info(info); });
+}
+
 int control(const context &ctx, const arguments &args)
 {
-    if (args[0] == "get" && args.size() == 1) {
-        external_rs232_control info;
-        return with_library("rs232 control get", [&] {
-            int result = ed_get_external_rs232_control_info(&info);
-            if (result == 0)
-                print_control(ctx, info);
-            return result;
-        });
-    }
-    if (args[0] == "set" && args.size() > 1) {
-        external_rs232_control info;
-        ed_get_external_rs232_control_info(&info); // the stored settings are the starting point
-        if (int rc = apply_control_settings(arguments(args.begin() + 1, args.end()), &info))
-            return rc;
-        return with_library("rs232 control set", [&] { return ed_set_external_rs232_control_info(info); });
-    }
-    return usage_error("%s", "rs232 control takes get, or set KEY=VALUE...");
+    static const std::vector<action> actions = {
+        {"get", 0, 0, kDeviceFile, control_get},
+        {"set", 1, 32, kDeviceFile | kService, control_set},
+    };
+    return dispatch("rs232 control", actions, ctx, args);
 }
 
 int discover(const context &ctx, const arguments &args)
@@ -176,8 +184,8 @@ int discover(const context &ctx, const arguments &args)
 int run_rs232(const context &ctx, const arguments &args)
 {
     static const std::vector<action> actions = {
-        {"devices", 0, 0, devices},
-        {"control", 1, 32, control},
+        {"devices", 0, 0, kService, devices},
+        {"control", 1, 33, kNothing, control},
     };
     return dispatch("rs232", actions, ctx, args);
 }
@@ -185,7 +193,7 @@ int run_rs232(const context &ctx, const arguments &args)
 int run_serial(const context &ctx, const arguments &args)
 {
     static const std::vector<action> actions = {
-        {"discover", 1, 1, discover},
+        {"discover", 1, 1, kNothing, discover},
     };
     return dispatch("serial", actions, ctx, args);
 }

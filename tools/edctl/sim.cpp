@@ -13,24 +13,22 @@ namespace {
 // is stored in `*reply` when given. Reports failures as `what`; returns the exit code.
 int control_call(const std::string &what, const char *method, const cJSON *body, json_ptr *reply = nullptr)
 {
-    if (bus_init() != BUS_OK)
-        return report(what, -1);
-    bus_client *client = bus_client_new("edctl");
-    int rc = bus_connect(client, 0);
     char text[BUS_REPLY_MAX] = {0};
     int length = 0;
-    if (rc == BUS_OK) {
+    int rc;
+    {
+        own_client client("edctl");
+        if (!client.connected())
+            return not_connected(what);
         char *printed = body != nullptr ? cJSON_PrintUnformatted(body) : nullptr;
-        rc = bus_method_call_sync(client, vask_sim::kControlService, method, printed,
+        rc = bus_method_call_sync(client.get(), vask_sim::kControlService, method, printed,
                                   printed != nullptr ? static_cast<int>(strlen(printed)) : 0, text, &length, 8);
         cJSON_free(printed);
     }
-    bus_client_free(client);
-    bus_cleanup();
     if (rc != BUS_OK) {
         const char *meaning = rc == BUS_ERR_NO_SERVICE ? "external-device-sim is not running"
                               : rc == BUS_ERR_TIMEOUT  ? "no answer in time"
-                                                       : "no connection to the bus";
+                                                       : "the call was not delivered";
         fprintf(stderr, "edctl: %s failed: %s (%d)\n", what.c_str(), meaning, rc);
         return 1;
     }
@@ -142,21 +140,22 @@ int calls(const context &context, const arguments &)
 
 int run_sim(const context &ctx, const arguments &args)
 {
+    // None opens the library: each calls the simulator's control service on a client of its own.
     static const std::vector<action> actions = {
-        {"press", 2, 2, [](const context &, const arguments &a) { return mic_action("press", "press_mic", a); }},
-        {"release", 2, 2, [](const context &, const arguments &a) { return mic_action("release", "release_mic", a); }},
-        {"vote", 1, 1, vote},
-        {"cam-status", 1, 1,
+        {"press", 2, 2, kNothing, [](const context &, const arguments &a) { return mic_action("press", "press_mic", a); }},
+        {"release", 2, 2, kNothing, [](const context &, const arguments &a) { return mic_action("release", "release_mic", a); }},
+        {"vote", 1, 1, kNothing, vote},
+        {"cam-status", 1, 1, kNothing,
          [](const context &, const arguments &a) { return emit_object("cam-status", "emit_cam_status", a); }},
-        {"info-change", 1, 1,
+        {"info-change", 1, 1, kNothing,
          [](const context &, const arguments &a) { return emit_object("info-change", "emit_info_change", a); }},
-        {"non-list-mic", 1, 1,
+        {"non-list-mic", 1, 1, kNothing,
          [](const context &, const arguments &a) { return emit_object("non-list-mic", "emit_non_list_mic", a); }},
-        {"emit", 2, 3, emit},
-        {"reply", 2, 2, reply},
-        {"state", 1, 1, [](const context &, const arguments &a) { return emit_object("state", "set_state", a); }},
-        {"calls", 0, 0, calls},
-        {"applied", 1, 1,
+        {"emit", 2, 3, kNothing, emit},
+        {"reply", 2, 2, kNothing, reply},
+        {"state", 1, 1, kNothing, [](const context &, const arguments &a) { return emit_object("state", "set_state", a); }},
+        {"calls", 0, 0, kNothing, calls},
+        {"applied", 1, 1, kNothing,
          [](const context &, const arguments &a) {
              json_ptr body(cJSON_CreateObject());
              cJSON_AddStringToObject(body.get(), "section", a[0].c_str());
@@ -166,7 +165,7 @@ int run_sim(const context &ctx, const arguments &args)
              print_json(cJSON_GetObjectItemCaseSensitive(reply.get(), "applied"));
              return 0;
          }},
-        {"clear-calls", 0, 0,
+        {"clear-calls", 0, 0, kNothing,
          [](const context &, const arguments &) { return control_call("sim clear-calls", "clear_calls", nullptr); }},
     };
     return dispatch("sim", actions, ctx, args);

@@ -25,10 +25,10 @@ void print_voting(const context &context, const ed_voting_info &info)
 }
 
 // `selector` is the first field handed to ed_set_voting; -1 reads the vote with ed_get_voting.
-int voting_step(const context &context, const char *name, int selector, bool prints)
+int voting_step(const context &context, int selector, bool prints)
 {
     ed_voting_info info{selector, -1, -1, -1, -1, -1};
-    return with_library(std::string("voting ") + name, [&] {
+    return run_operation(context, [&] {
         int result = selector < 0 ? ed_get_voting(info) : ed_set_voting(info);
         if (result == 0 && prints)
             print_voting(context, info);
@@ -41,11 +41,11 @@ int voting_step(const context &context, const char *name, int selector, bool pri
 int run_voting(const context &ctx, const arguments &args)
 {
     static const std::vector<action> actions = {
-        {"get", 0, 0, [](const context &c, const arguments &) { return voting_step(c, "get", -1, true); }},
-        {"enter", 0, 0, [](const context &c, const arguments &) { return voting_step(c, "enter", 0, false); }},
-        {"start", 0, 0, [](const context &c, const arguments &) { return voting_step(c, "start", 2, false); }},
-        {"stop", 0, 0, [](const context &c, const arguments &) { return voting_step(c, "stop", 1, true); }},
-        {"exit", 0, 0, [](const context &c, const arguments &) { return voting_step(c, "exit", 3, false); }},
+        {"get", 0, 0, kService, [](const context &c, const arguments &) { return voting_step(c, -1, true); }},
+        {"enter", 0, 0, kService, [](const context &c, const arguments &) { return voting_step(c, 0, false); }},
+        {"start", 0, 0, kService, [](const context &c, const arguments &) { return voting_step(c, 2, false); }},
+        {"stop", 0, 0, kService, [](const context &c, const arguments &) { return voting_step(c, 1, true); }},
+        {"exit", 0, 0, kService, [](const context &c, const arguments &) { return voting_step(c, 3, false); }},
     };
     return dispatch("voting", actions, ctx, args);
 }

@@ -103,15 +103,19 @@ int run_watch(const context &ctx, const arguments &args)
     sigaddset(&stop, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
 
-    ed_init();
+    // Registered while the library is closed, the callbacks are subscribed by ed_init.
     std::string watched;
     for (const std::string &event : events) {
-        if (ed_register_signal(event.c_str(), print_signal) != 0) {
-            ed_release();
+        if (ed_register_signal(event.c_str(), print_signal) != 0)
             return usage_error("unknown event '%s'", event.c_str());
-        }
         watched += " " + event;
     }
+    // "watching" promises signals: said only once the broker answers.
+    if (!broker_answers()) {
+        fprintf(stderr, "edctl: not connected to %s\n", bus_url().c_str());
+        return 1;
+    }
+    ed_init();
     fprintf(stderr, "edctl: watching%s\n", watched.c_str());
     const timespec tick = {0, 100 * 1000 * 1000};
     while (count == 0 || g_received < count) {

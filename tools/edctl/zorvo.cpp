@@ -21,7 +21,7 @@ bool parse_number(const std::string &text, int *number)
 int fw(const context &ctx, const arguments &)
 {
     external_zorvo_fw_info info;
-    return with_library("zorvo fw", [&] {
+    return run_operation(ctx, [&] {
         int result = ed_get_zorvo_fw_info(&info);
         if (result == 0 && ctx.json) {
             json_ptr json(cJSON_CreateObject());
@@ -38,7 +38,7 @@ int fw(const context &ctx, const arguments &)
 int macros(const context &ctx, const arguments &)
 {
     std::vector<external_zorvo_macro_info> list;
-    return with_library("zorvo macros", [&] {
+    return run_operation(ctx, [&] {
         int result = ed_get_zorvo_macro_info(&list);
         if (result != 0)
             return result;
@@ -72,7 +72,7 @@ int macros(const context &ctx, const arguments &)
 }
 
 // set-macro N scenes=S chK=on|off presetK=P ...: changes one macro and keeps the others.
-int set_macro(const context &, const arguments &args)
+int set_macro(const context &ctx, const arguments &args)
 {
     int index = 0;
     if (!parse_number(args[0], &index) || index < 1)
@@ -108,20 +108,20 @@ int set_macro(const context &, const arguments &args)
         }
         return usage_error("not a macro setting (scenes=N, chK=on|off, presetK=TEXT): %s", arg.c_str());
     }
-    return with_library("zorvo set-macro", [&] { return ed_set_zorvo_macro_info(list); });
+    return run_operation(ctx, [&] { return ed_set_zorvo_macro_info(list); });
 }
 
-int go_to(const context &, const arguments &args)
+int go_to(const context &ctx, const arguments &args)
 {
     int index = 0;
     if (!parse_number(args[0], &index))
         return usage_error("macro number expected, not '%s'", args[0].c_str());
-    return with_library("zorvo goto", [&] { return ed_zorvo_goto_macro(index); });
+    return run_operation(ctx, [&] { return ed_zorvo_goto_macro(index); });
 }
 
-int init(const context &, const arguments &)
+int init(const context &ctx, const arguments &)
 {
-    return with_library("zorvo init", [] { return InitExternalZORVOControlConfig(); });
+    return run_operation(ctx, [] { return InitExternalZORVOControlConfig(); });
 }
 
 } // namespace
@@ -129,8 +129,11 @@ int init(const context &, const arguments &)
 int run_zorvo(const context &ctx, const arguments &args)
 {
     static const std::vector<action> actions = {
-        {"fw", 0, 0, fw}, {"macros", 0, 0, macros}, {"set-macro", 2, 64, set_macro}, {"goto", 1, 1, go_to},
-        {"init", 0, 0, init},
+        {"fw", 0, 0, kDeviceFile, fw},
+        {"macros", 0, 0, kDeviceFile, macros},
+        {"set-macro", 2, 64, kDeviceFile, set_macro},
+        {"goto", 1, 1, kService, go_to},
+        {"init", 0, 0, kDeviceFile, init},
     };
     return dispatch("zorvo", actions, ctx, args);
 }
