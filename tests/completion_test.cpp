@@ -152,7 +152,7 @@ TEST(EdctlCompletion, ConfigShow_ShouldOfferTheSectionsOfTheFactoryConfiguration
               (words{"external_control", "external_rs232_config"}));
 }
 
-TEST(EdctlCompletion, Watch_ShouldOfferTheEventsTheHeaderDocumentsAndItsCountOption)
+TEST(EdctlCompletion, WatchAndMonitor_ShouldOfferTheEventsTheHeaderDocumentsAndTheirOptions)
 {
     // The header's table of signals: ` * | "mic_on_event"           | sig_mic_on_data ...`.
     const std::string header = read_file(VASK_HEADER);
@@ -166,6 +166,10 @@ TEST(EdctlCompletion, Watch_ShouldOfferTheEventsTheHeaderDocumentsAndItsCountOpt
     EXPECT_EQ(complete({"edctl", "watch", "v"}), (words{"voting_results_event"}));
     EXPECT_EQ(complete({"edctl", "watch", "--c"}), (words{"--count"}));
     EXPECT_EQ(complete({"edctl", "watch", "--count", ""}), (words{}));
+    EXPECT_EQ(as_set(complete({"edctl", "monitor", "--event", ""})), events);
+    EXPECT_EQ(complete({"edctl", "monitor", "--method", "get_voting_info", "--"}),
+              (words{"--count", "--method", "--event", "--help"}));
+    EXPECT_EQ(complete({"edctl", "monitor", "--method", ""}), (words{}));
 }
 
 // A terminal on standard output, a colour-capable TERM and NO_COLOR empty (which asks for nothing):
