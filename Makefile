@@ -5,7 +5,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 WERROR  ?= OFF
 PREFIX  ?= /usr/local
 
-.PHONY: all deps configure build test demo bench install package docs fuzz memcheck clean
+.PHONY: all deps configure build test demo bench install package docs fuzz memcheck clean console
 
 all: build
 
@@ -57,3 +57,9 @@ memcheck: deps
 
 clean:
 	rm -rf build
+
+# A broker, the simulator and vask-console on 127.0.0.1:$(CONSOLE_PORT) (8080); prints its URL, runs until Ctrl-C.
+CONSOLE_PORT ?= 8080
+console: deps
+	$(MAKE) --no-print-directory build
+	CONSOLE_PORT=$(CONSOLE_PORT) tools/console/run-demo $(BUILD)

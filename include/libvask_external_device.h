@@ -45,6 +45,9 @@
  * one process-wide lock for their whole read-parse-modify-write cycle and, inside it, an advisory
  * flock(2) on "<resolved file>.lock" beside the file the links lead to, so that neither the threads
  * of one process nor other processes interleave their cycles (see "Configuration store" below).
+ * A call waits at most 5 s for a lock file another process holds, without holding the process-wide
+ * lock meanwhile; then it returns -1, reads and writes nothing and logs at level 0 "configuration
+ * file \<resolved path\> is locked by another process, gave up after 5 s".
  * The lock is never held while the service is called.
  *
  * @par Bus
@@ -448,7 +451,7 @@ ED_API int MakeDirByFileUri(const std::string &uri, unsigned int mode, int depth
 /** @name Utilities: shell, JSON editing, time, images, network and device identity */
 /** @{ */
 
-/** Runs `cmd` with /bin/sh (popen) and appends everything it writes to standard output to *output
+/** Runs `cmd` with /bin/sh -c -- (started with every descriptor above 2 closed) and appends everything it writes to standard output to *output
  * (a null `output` discards it; output is read as text, so it ends at a zero byte of each line).
  * Blocks until the command ends.
  * @return the command's exit code (0 to 255); 0 also when its
@@ -713,10 +716,11 @@ struct external_protocol_info {
  * while the service is called, and is not taken again while held (an operation that reads and then
  * writes takes it twice in turn). Inside it, every cycle also holds an advisory lock (flock) on
  * "\<resolved file\>.lock" beside the file the links lead to (e.g.
- * /var/lib/vask/etc/external_device.json.lock, created mode 0644, never removed), so that the
+ * /var/lib/vask/etc/external_device.json.lock, created mode 0640 with the configuration file's group,
+ * an older, wider one narrowed by its owner; never removed), so that the
  * cycles of other processes (applications, edctl, the service) do not interleave either: writers
- * lock it exclusively, readers shared. The call waits, without a time limit, while another process
- * holds it. Where the lock file cannot be opened or created (read-only folder, no permission), the
+ * lock it exclusively, readers shared. The call waits at most 5 s (VASK_CONFIG_LOCK_TIMEOUT_MS: 1 to
+ * 600000 ms, for tests) while another process holds it, then returns -1 as above. Where the lock file cannot be opened or created (read-only folder, no permission), the
  * call goes on under the process-wide lock only and other processes are not locked out; this is
  * logged once per process at level 1 ("lock file \<path\> unavailable, errno=\<n\>: ..."). A write that
  * succeeds removes the temporary files that writers killed before their rename left beside the file.
@@ -744,12 +748,14 @@ struct external_protocol_info {
 /** Checks that the configuration file holds a JSON object and restores the factory default when it
  * does not: when the text is not JSON (logged "error:\<text\>") or its root is not an object (logged
  * at level 0 "JSON 不是預期的 Object 格式，收到的是類型: \<cJSON type code\>", e.g. 32 for an array),
- * logs "copy default config" at level 2 and runs "cp /usr/share/vask/etc/external_device.json
- * /var/lib/vask/etc/external_device.json" (under a system root, both paths prefixed and quoted).
- * The copy is not checked again and /var/lib/vask/etc/ is not created. A missing file is logged
+ * logs "copy default config" at level 2 and replaces /var/lib/vask/etc/external_device.json with
+ * the bytes of /usr/share/vask/etc/external_device.json atomically, under the exclusive lock, so
+ * that a process reading meanwhile sees the old text or the whole default (a default that cannot be
+ * read logs "read \<path\> failed, errno=\<n\>", a failed replacement "write \<path\> failed,
+ * errno=\<n\>", both at level 0). The copy is not checked again and /var/lib/vask/etc/ is not created. A missing file is logged
  * ("open config file failed") and not restored. Call it once at start, before relying on the file.
  * @return 0 in every case.
- * @note Takes the configuration lock (the copy runs under it). */
+ * @note Takes the configuration lock, exclusively. */
 ED_API int ValidateJsonConfig();
 
 /** The name of control-device protocol `protocol`: -1 "", 0 "none", 1 "tcp", 2 "shure-tcp",
@@ -1498,7 +1504,7 @@ ED_API int StringSplit(const std::string &text, const std::string &separator, st
 
 /** Copies `from` to `to`, recursively, with the shell command cp -rf -- '\<from\>' '\<to\>'. Each path is
  * quoted as one shell word: blanks, quotes, ';', '$', '`', newlines and a leading '-' belong to the
- * file name and run nothing. Blocks until cp ends.
+ * file name and run nothing. The command inherits no descriptor above 2. Blocks until cp ends.
  * @return system(3)'s result: 0 when cp succeeded,
  * its wait status otherwise (cp's exit code times 256); 0 without running anything when nothing is
  * at `from`; -1 when no shell could be started or a path holds a zero byte (logged at level 1
@@ -1508,7 +1514,8 @@ ED_API int StringSplit(const std::string &text, const std::string &separator, st
  * @param to where the copy goes */
 ED_API int Copy(const std::string &from, const std::string &to);
 
-/** Removes `path` and everything below it with rm -rf -- '\<path\>', quoted as by Copy.
+/** Removes `path` and everything below it with rm -rf -- '\<path\>', quoted as by Copy. The command
+ * inherits no descriptor above 2.
  * @return
  * system(3)'s result as Copy does; 0 without running anything when nothing is at `path`; -1 when
  * no shell could be started or the path holds a zero byte (logged at level 1

@@ -10,13 +10,13 @@
 #include <map>
 #include <memory>
 #include <set>
-#include <sstream>
 #include <string>
 #include <unistd.h>
 
 #include "broker.h"
 #include "config/config_cycle.h"
 #include "config_test_support.h"
+#include "descriptor_listing.h"
 #include "fake_service.h"
 #include "libvask_external_device.h"
 
@@ -52,15 +52,8 @@ std::map<int, std::string> shell_descriptors()
     std::string listing;
     EXPECT_EQ(ExecShellCmd("ls -l /proc/$$/fd", &listing), 0);
     std::map<int, std::string> found;
-    std::istringstream lines(listing);
-    std::string line;
-    while (std::getline(lines, line)) {
-        size_t arrow = line.find(" -> ");
-        if (arrow == std::string::npos)
-            continue;
-        size_t start = line.rfind(' ', arrow - 1);
-        found[std::stoi(line.substr(start + 1, arrow - start - 1))] = line.substr(arrow + 4);
-    }
+    for (const auto &[fd, target] : vask_test::listed_descriptors(listing))
+        found[fd] = target;
     return found;
 }
 

@@ -100,7 +100,7 @@ TEST(ConfigProcessesTest, ConfigCycle_ShouldCreateLockFileBesideResolvedFile)
     struct stat lock;
     ASSERT_EQ(lstat((root.config_path() + ".lock").c_str(), &lock), 0);
     EXPECT_TRUE(S_ISREG(lock.st_mode));
-    EXPECT_EQ(lock.st_mode & 07777, 0644u);
+    EXPECT_EQ(lock.st_mode & 07777, 0640u);
     // Beside the file the link leads to, not beside the link: every path to the file locks one file.
     EXPECT_NE(access(root.path("/etc/external_device.json.lock").c_str(), F_OK), 0);
 }

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "config/config_cycle.h"
-#include "config/config_file.h"
 #include "config_test_support.h"
 #include "libvask_external_device.h"
 
@@ -203,26 +202,6 @@ TEST(ValidateJsonConfig, BrokenDefault_ShouldBeCopiedAsItIs)
     root.set_config("[]");
     EXPECT_EQ(ValidateJsonConfig(), 0);
     EXPECT_EQ(root.config(), "broken");
-}
-
-TEST(DefaultRestoreCommand, WithoutASystemRoot_ShouldBeTheBoxCommand)
-{
-    unsetenv("VASK_SYSROOT");
-    EXPECT_EQ(vask_ed::default_restore_command(),
-              "cp /usr/share/vask/etc/external_device.json /var/lib/vask/etc/external_device.json");
-    setenv("VASK_SYSROOT", "", 1);
-    EXPECT_EQ(vask_ed::default_restore_command(),
-              "cp /usr/share/vask/etc/external_device.json /var/lib/vask/etc/external_device.json");
-    unsetenv("VASK_SYSROOT");
-}
-
-TEST(DefaultRestoreCommand, UnderASystemRoot_ShouldQuoteBothPaths)
-{
-    setenv("VASK_SYSROOT", "/tmp/it's a root", 1);
-    EXPECT_EQ(vask_ed::default_restore_command(),
-              "cp '/tmp/it'\\''s a root/usr/share/vask/etc/external_device.json' "
-              "'/tmp/it'\\''s a root/var/lib/vask/etc/external_device.json'");
-    unsetenv("VASK_SYSROOT");
 }
 
 TEST(ValidateJsonConfig, RootWithBlanksAndQuotes_ShouldStillBeRestored)

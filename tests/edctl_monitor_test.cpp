@@ -122,7 +122,7 @@ TEST_F(EdctlMonitorTest, UnknownOption_ShouldBeAUsageError)
 
 TEST(EdctlMonitorAlone, WithoutABroker_ShouldSayItIsNotConnected)
 {
-    auto result = run_program({VASK_EDCTL, "--bus", "mqtt://127.0.0.1:1", "monitor"});
+    auto result = run_program({VASK_EDCTL, "--bus", "mqtt://127.0.0.1:1", "monitor"}, {"TULO_LOG_LEVEL=0"});
     EXPECT_EQ(result.exit_code, 1);
     EXPECT_EQ(result.err, "edctl: monitor failed: not connected to mqtt://127.0.0.1:1\n");
     EXPECT_EQ(result.out, "");

@@ -117,6 +117,17 @@ extern "C" int bus_monitor(bus_client *handle, const char *service, bus_monitor_
     client->monitor_user = user;
     if (client->connected && !same) {
         subscribe_monitor_locked(client);
+        // The retained presence came with the connection, before the monitor: start it with the
+        // presence known now.
+        auto known = client->presence.find(service);
+        if (known != client->presence.end()) {
+            dispatch_item item;
+            item.monitor_kind = BUS_MONITOR_PRESENCE;
+            item.topic = state_topic(service);
+            item.payload = known->second ? "online" : "offline";
+            enqueue_locked(client, std::move(item));
+            client->queue_changed.notify_one();
+        }
         wait_for_acks(client, lock, steady::now() + kAckWait);
     }
     return BUS_OK;

@@ -250,6 +250,7 @@ typedef void (*bus_monitor_handler)(bus_client *client, void *user, const bus_mo
 
 /** Makes the client watch everything on the bus for `service`: its requests (whoever calls), every
  * reply on the bus, its signals and its presence, at QoS 0, on this connection and every later one.
+ * Set on a connected client, it starts with the service's presence as the client knows it.
  * It only watches: requests still go to the service, and nothing is answered. One monitor per client;
  * calling again replaces the handler. Meant for tools (edctl monitor); the broker's ACL decides
  * whether a client may read other clients' traffic.

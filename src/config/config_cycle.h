@@ -6,8 +6,11 @@
 #define VASK_ED_CONFIG_CONFIG_CYCLE_H
 
 #include <cjson/cJSON.h>
+#include <cstddef>
 #include <pthread.h>
+#include <string>
 #include <type_traits>
+#include <vector>
 
 #include "core/internal.h"
 
@@ -24,7 +27,8 @@ constexpr const char *kInfoNull = "info = NULL";
 constexpr const char *kNoParseError = "error:(null)";
 
 // The process-wide configuration lock, held for the life of a scope. Plain and non-recursive:
-// nothing nests, an operation that reads and then writes takes it twice in turn.
+// nothing nests, an operation that reads and then writes takes it twice in turn. Whoever holds it
+// waits for no other process.
 class config_lock_guard {
 public:
     config_lock_guard();
@@ -75,16 +79,23 @@ struct config_call {
 };
 
 // A function's logic: receives the parsed root and its section (or null, see config_call) and
-// returns 0 or a negative result.
+// returns 0, kConfigUnchanged or a negative result.
 using section_logic = int (*)(void *context, cJSON *root, cJSON *section);
 
+// What a write cycle's logic returns when it succeeded without changing the document: the cycle
+// then returns 0 and writes nothing.
+constexpr int kConfigUnchanged = 1;
+
 // The cycle itself. With `write` set and the logic returning 0, the document is printed formatted
-// and replaces the file (replace_file_text); a failed replacement gives -1. Every other result of
-// the logic is returned as it is and nothing is written. A standard-library exception thrown by the
-// logic is turned into -1. The lock is held from before the file is opened to after it is written.
-// Inside it, the cycle holds the advisory file lock "<resolved file>.lock" against other processes
-// (exclusive for a write, shared for a read; without it when the lock file cannot be made, logged
-// once at level 1), and a successful write removes the temporary files of killed writers.
+// and replaces the file (replace_file_text); a failed replacement gives -1. kConfigUnchanged gives
+// 0; every other result of the logic is returned as it is and nothing is written. A
+// standard-library exception thrown by the logic is turned into -1.
+// Two locks are held from before the file is opened to after it is written: the process lock and
+// the advisory file lock "<resolved file>.lock" against other processes (config_file_lock:
+// exclusive for a write, shared for a read; without it when the lock file is unavailable). The
+// process lock is never held while the file lock is waited for; that wait is bounded by
+// config_lock_timeout_ms(), after which the cycle fails with -1 (logged, nothing read or written).
+// A successful write removes the temporary files of killed writers.
 int run_config_cycle(const config_call &call, bool write, section_logic logic, void *context);
 
 // Reads: `read(const cJSON *root, const cJSON *section)` copies what it needs out of the document.
@@ -116,9 +127,18 @@ int edit_config(const config_call &call, Edit &&edit)
 
 // The write step of the cycle, for a caller inside a write cycle (process lock and exclusive file
 // lock held, e.g. a parse-failure hook of edit_config): prints
-// `root` formatted and replaces the file of `call` with it (replace_file_text). Returns 0, or -1
-// after logging "write <path> failed, errno=<n>" at level 0 (the file is then as it was).
+// `root` formatted and replaces the file of `call` with it (store_config_text). Returns 0 or -1.
 int store_config_document(const config_call &call, const cJSON *root);
+
+// Replaces the file at `path` with `text` (replace_file_text), inside a write cycle as above.
+// Returns 0, or -1 after logging "write <path> failed, errno=<n>" at level 0 as a line of `call`
+// (the file is then as it was).
+int store_config_text(const config_call &call, const std::string &path, const char *text, size_t length);
+
+// Reads the whole file at `path` into `text`: its bytes and a terminating zero that is not part of
+// the file. A short read logs "read file query <size> , but <count>" at level 1 as a line of `call`
+// and keeps what was read. False, with errno set, when the file cannot be opened or is a folder.
+bool read_config_file(const config_call &call, const std::string &path, std::vector<char> *text);
 
 // Logs `message` at level 0 as a line of `call`.
 void log_config_error(const config_call &call, const char *message);

@@ -1,18 +1,18 @@
 // Copying and removing whole trees with the shell's cp and rm.
-#include <cstdlib>
 #include <exception>
 #include <initializer_list>
 #include <string>
 #include <sys/stat.h>
 
 #include "core/internal.h"
+#include "util/shell_command.h"
 #include "util/shell_quote.h"
 
 namespace vask_ed {
 namespace {
 
-// Runs `program -rf -- <paths>` with system() when the first path exists. Returns system()'s
-// result; 0 when nothing is there (nothing is run); -1 when a path holds a zero byte (it would cut
+// Runs `program -rf -- <paths>` as system() does (run_shell) when the first path exists. Returns
+// system()'s result; 0 when nothing is there (nothing is run); -1 when a path holds a zero byte (it would cut
 // the command short, and names no file) or the command cannot be built.
 int run_on_existing(const char *program, std::initializer_list<const std::string *> paths)
 {
@@ -28,7 +28,7 @@ int run_on_existing(const char *program, std::initializer_list<const std::string
         struct stat info;
         if (stat((*paths.begin())->c_str(), &info) != 0)
             return 0;
-        return system(command.c_str());
+        return run_shell(command);
     } catch (const std::exception &) {
         return -1;
     }

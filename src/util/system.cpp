@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <exception>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
@@ -14,6 +15,7 @@
 
 #include "core/internal.h"
 #include "core/sysroot.h"
+#include "util/shell_command.h"
 
 namespace vask_ed {
 namespace {
@@ -52,18 +54,16 @@ using namespace vask_ed;
 
 ED_API int ExecShellCmd(const std::string &cmd, std::string *output)
 {
-    FILE *pipe = popen(cmd.c_str(), "re");
-    if (pipe == nullptr)
+    int status;
+    try {
+        status = run_shell_reading(cmd, output);
+    } catch (const std::exception &) {
         return -1;
-    char buffer[512];
-    while (fgets(buffer, sizeof buffer, pipe) != nullptr)
-        if (output != nullptr)
-            output->append(buffer);
-    int status = pclose(pipe);
-    // With SIGCHLD ignored the child is reaped before pclose can collect its status.
+    }
+    // With SIGCHLD ignored the child is reaped before its status can be collected.
     if (status < 0 && errno == ECHILD)
         return 0;
-    if ((status & 0x7f) != 0)
+    if (status < 0 || (status & 0x7f) != 0)
         return -1;
     return (status >> 8) & 0xff;
 }

@@ -8,13 +8,20 @@
 //   alternate: writes the "external_control" ports "1111" and "2222" in turn until it is killed;
 //     prints "ready" after the first write that succeeded, "failed" and exits 1 when one fails.
 //   once <port>: writes the "external_control" port once; prints "result <n>".
+//   stop-inside: starts a write cycle of the "external_control" section, prints "inside" and stops
+//     itself with SIGSTOP there, holding the locks; once continued, writes the port "5555" and
+//     prints "result <n>".
+//   validate <stop-file>: prints "ready", then calls ValidateJsonConfig over and over until
+//     <stop-file> exists (at most 60 s); prints "validated <n>" with the count of calls.
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <string>
 #include <unistd.h>
 
+#include "config/config_cycle.h"
 #include "libvask_external_device.h"
 
 namespace {
@@ -90,6 +97,33 @@ int run_alternate()
     }
 }
 
+int run_stop_inside()
+{
+    vask_ed::config_call call("config_process_helper", __LINE__);
+    call.section = "external_control";
+    int result = vask_ed::edit_config(call, [](cJSON *, cJSON *control) {
+        printf("inside\n");
+        raise(SIGSTOP);
+        cJSON *tcp = cJSON_GetObjectItem(control, "tcp");
+        return cJSON_ReplaceItemInObject(tcp, "port", cJSON_CreateString("5555")) ? 0 : -1;
+    });
+    printf("result %d\n", result);
+    return 0;
+}
+
+int run_validate(const std::string &stop_file)
+{
+    printf("ready\n");
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    long count = 0;
+    while (access(stop_file.c_str(), F_OK) != 0 && std::chrono::steady_clock::now() < deadline) {
+        ValidateJsonConfig();
+        ++count;
+    }
+    printf("validated %ld\n", count);
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -104,6 +138,11 @@ int main(int argc, char **argv)
         printf("result %d\n", write_port("external_control", argv[2]));
         return 0;
     }
-    fprintf(stderr, "usage: config_process_helper write <section> <count> <go-file> | alternate | once <port>\n");
+    if (operation == "stop-inside" && argc == 2)
+        return run_stop_inside();
+    if (operation == "validate" && argc == 3)
+        return run_validate(argv[2]);
+    fprintf(stderr, "usage: config_process_helper write <section> <count> <go-file> | alternate | once <port> | "
+                    "stop-inside | validate <stop-file>\n");
     return 2;
 }
