@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Thin front end over CMake presets. PRESET selects default, asan or tsan.
 PRESET  ?= default
 BUILD   := build/$(PRESET)
