@@ -37,6 +37,8 @@ const std::string kLibDir = std::string("usr/lib/") + VASK_MULTIARCH;
 const std::string kRuntime = "libvask-external-device" VASK_SOVERSION;
 const std::string kDev = "libvask-external-device-dev";
 const std::string kTools = "vask-external-device-tools";
+const std::string kPython = "python3-vask-external-device";
+const std::string kConsole = "vask-external-device-console";
 const char *const kLibraries[] = {"libtulo_log", "libvask_bus", "libvask_external_device"};
 const std::string kSymbolsFile = kSource + "/debian/" + kRuntime + ".symbols";
 
@@ -212,17 +214,24 @@ protected:
 
 TEST_F(PackageTest, PackageScript_ShouldLeaveThePackagesWithTheirDebugSymbolsAndSayWhere)
 {
-    const std::string runtime_dbgsym = deb(kRuntime + "-dbgsym"), tools_dbgsym = deb(kTools + "-dbgsym");
-    EXPECT_NE(script_.out.find("lintian: no errors or warnings\nDebian packages in " + packages_dir() + ":\n  " +
-                               deb(kDev) + "\n  " + runtime_dbgsym + "\n  " + deb(kRuntime) + "\n  " + tools_dbgsym +
-                               "\n  " + deb(kTools) + "\n"),
-              std::string::npos)
-        << describe(script_);
+    // Every package with its -dbgsym companion, in the order the script lists them.
+    std::vector<std::string> debs;
+    for (const std::string &name : {kDev, kRuntime, kPython, kConsole, kTools}) {
+        if (name != kDev)
+            debs.push_back(deb(name + "-dbgsym"));
+        debs.push_back(deb(name));
+    }
+    std::string listed = "lintian: no errors or warnings\nDebian packages in " + packages_dir() + ":\n";
+    for (const auto &path : debs)
+        listed += "  " + path + "\n";
+    EXPECT_NE(script_.out.find(listed), std::string::npos) << describe(script_);
     std::set<std::string> files;
     for (const auto &entry : std::filesystem::directory_iterator(packages_dir()))
         files.insert(entry.path().string());
-    EXPECT_EQ(files, (std::set<std::string>{deb(kRuntime), deb(kDev), deb(kTools), runtime_dbgsym, tools_dbgsym,
-                                            build_file("changes"), build_file("buildinfo")}));
+    std::set<std::string> expected(debs.begin(), debs.end());
+    expected.insert(build_file("changes"));
+    expected.insert(build_file("buildinfo"));
+    EXPECT_EQ(files, expected);
 }
 
 TEST_F(PackageTest, Lintian_ShouldFindNoErrorOrWarningInAnyPackage)
