@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Thin front end over CMake presets. PRESET selects default, asan or tsan.
 PRESET  ?= default
 BUILD   := build/$(PRESET)
@@ -35,10 +36,10 @@ bench: deps
 install: build
 	DESTDIR="$(DESTDIR)" cmake --install $(BUILD)
 
-# The three Debian packages, built with CPack from this build; the .deb files land in $(BUILD)/packages.
+# The Debian packages of debian/, built by dpkg-buildpackage out of the source tree and checked by
+# lintian; the .deb files land in build/packages.
 package: deps
-	$(MAKE) --no-print-directory build
-	scripts/package $(BUILD)
+	JOBS=$(JOBS) scripts/package build/packages
 
 # The API reference from the public headers, into build/docs (needs doxygen).
 docs:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Per-call latency of a benchmark: every call's duration on the steady clock, reported as the
 // counters p50_us and p99_us (nearest rank) beside Google Benchmark's mean time.
 #ifndef VASK_BENCH_CALL_SAMPLES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls per second when 1, 2, 4 and 8 application threads read the vote at once through the
 // library's one bus client, against the simulator in a process of its own on a private broker.
 // A call spends most of its time waiting on other processes (the broker, the simulator), so more

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The cost of one read or one write of /etc/external_device.json through the library, against the
 // bare cJSON cycle on the same file. Every operation is the store alone, in a temporary system root
 // holding the factory default file and no service: the setters that go on to tell the service

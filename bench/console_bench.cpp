@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vask-console against the library: GET /api/voting over a keep-alive connection against
 // ed_get_voting in this process, both on the same simulator and broker in the same run; a burst of
 // 1,000 signals to 50 event-stream clients; and the bytes of the page's first load.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bare cJSON cycles on a configuration file that the configuration benchmarks measure the
 // library's operations against: no locks, no checks, no logging, just the file and cJSON.
 #ifndef VASK_BENCH_FILE_CYCLE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The cost of the microphone control file's list operations as the list grows: reading the whole
 // list, adding one item and deleting one, each a full cycle on the file (read, parse, print,
 // replace), at 100, 1,000 and 10,000 stored items. The bare cJSON cycles on the same file are

@@ -1,4 +1,5 @@
 #!@Python3_EXECUTABLE@
+# SPDX-License-Identifier: MIT
 """The Python binding against the library, in the benchmark driver's contract (bench/README.md):
 a private broker and external-device-sim, then
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Runs the benchmark programs named in bench/figures/*.tsv and prints one table of figures.
 
 usage: report.py BUILD_DIR [--repeats N] [--program NAME]...

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Round trip of one method call, per call (p50_us, p99_us), all in one run:
 //   Library  the library's operation against external-device-sim over the bus;
 //   Bus      bus_method_call_sync against the same simulator (the bus without the library);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Signals per second, losses and order: bursts of 100,000 "mic_on_event" signals emitted by the
 // simulator (one process of its own) through a private broker, received either by the library
 // (parsed into records and handed to a callback registered with ed_register_signal) or by a raw

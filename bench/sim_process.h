@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A private broker and external-device-sim in a process of its own, for the benchmarks that measure
 // the library against the simulated box, with a client of the simulator's control service.
 #ifndef VASK_BENCH_SIM_PROCESS_H

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The manual pages, written by hand in docs/man: the tools' pages go with the tools, the library's
 # page with the development files.
 set(VASK_MAN_DIR ${PROJECT_SOURCE_DIR}/docs/man)

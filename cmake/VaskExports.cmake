@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # vask_export_map(<target> <node>): links <target> with a version script that tags its exported
 # symbols with ABI version node <node> and keeps the standard library's instantiations local.
 function(vask_export_map target node)

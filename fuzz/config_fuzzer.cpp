@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hostile configuration files: the fuzzed bytes become /etc/external_device.json or
 // /etc/microphone_control.json under a private system root, and one reader or writer of that file
 // runs on them. The item parser of the microphone file and the TCP device parser are also fed directly.

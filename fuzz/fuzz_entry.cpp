@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libFuzzer's entry points, the same for every target: a quiet log, the target's preparation, then
 // each input split into its selector byte and its text.
 #include <cstddef>

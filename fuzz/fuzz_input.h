@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the fuzz targets share: the input read as a selector byte and a text, and a private system
 // root made once per process. Plain C++ so that the targets also build with the replay driver under
 // the normal compiler.

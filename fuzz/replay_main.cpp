@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replays fuzz inputs without libFuzzer: main() hands every file named on the command line, and
 // every regular file inside a folder named there, to LLVMFuzzerTestOneInput, once each. A crash,
 // a sanitizer report or a failed check in the target fails the run as it would fail the fuzzer.

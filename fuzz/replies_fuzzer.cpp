@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hostile service replies: the fuzzed bytes are the reply text that the bus library hands back to a
 // getter. They go through the same two steps as in a real call: the folding of the reply's "code"
 // into the library's result, then the getter's own reader when the result is 0.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hostile signal payloads: each event's parser followed by its releaser, taken from the library's
 // own signal tables, and the whole path of ed_signal_handler from a raw payload to an application
 // callback, with parsing on and off.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hostile system files and hex text: a udev rules file, /proc/cmdline and /etc/os-release under a
 // private system root, and the hex helpers of the serial commands.
 #include <cstddef>

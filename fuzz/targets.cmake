@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The fuzz targets, shared by the libFuzzer build (fuzz/CMakeLists.txt) and the replay of their saved
 # inputs in the test suite (tests/fuzz_regression_tests.cmake).
 set(VASK_FUZZ_TARGETS signals_fuzzer replies_fuzzer config_fuzzer system_files_fuzzer)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file libvask_external_device.h
  * @brief libvask_external_device: control and query the external devices of a conference-room

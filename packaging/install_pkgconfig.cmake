@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Runs at install time, so that the .pc files name the prefix the tree is installed to (also one
 # given with `cmake --install --prefix`). libdir and includedir are full paths, made from the
 # configured CMAKE_INSTALL_LIBDIR / CMAKE_INSTALL_INCLUDEDIR by GNUInstallDirs' rule: an absolute

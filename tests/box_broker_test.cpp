@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The mosquitto configuration shipped for a box: loopback only, anonymous applications limited by
 // the ACL, the service logged in.
 #include <csignal>

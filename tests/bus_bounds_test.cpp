@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Time bounds of the bus against peers that do not answer: a broker host that drops connection
 // attempts, a broker that stops answering, a connection lost while calls wait.
 #include <arpa/inet.h>

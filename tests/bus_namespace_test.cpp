@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <mosquitto.h>
 #include <mutex>
 #include <string>

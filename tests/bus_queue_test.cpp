@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The limits of a client's queues: a subscriber that falls behind, an emitter whose broker does not
 // acknowledge, and requests whose callers have given up.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replies that are not the caller's own (duplicated, foreign, misrouted, empty or oversized), put
 // on a real broker by a raw MQTT v5 peer that answers the requests itself.
 #include <atomic>

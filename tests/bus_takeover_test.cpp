@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A broker that ends the session with a reason code, played by a scripted peer on a real socket.
 //
 // Built and run apart from the other bus tests: libmosquitto 2.0.11's handling of a DISCONNECT sent

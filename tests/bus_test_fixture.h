@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A private broker, a fake "external_device" service and a connected client for the bus tests.
 #ifndef VASK_TEST_BUS_FIXTURE_H
 #define VASK_TEST_BUS_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A call's timeout is counted on the monotonic clock: the box's wall clock set forward or back by
 // an hour while the call waits neither ends the call early nor keeps it waiting. The caller is a
 // process of its own (bus_peer) under libfaketime, which moves only that process's wall clock, as

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // No descriptor of the library reaches the programs it starts: with the library connected to the
 // bus (also after a reconnection) and the configuration lock file held, a shell command run
 // through the library sees its standard streams only, and every descriptor of the process is

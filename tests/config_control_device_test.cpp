@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The protocol table and the control-device, projector and external-control sections: what each
 // reader finds and exactly what each writer leaves in the file.
 #include <climits>

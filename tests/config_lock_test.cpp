@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The configuration lock against other processes: a lock file held elsewhere (by flock(1), or by a
 // process stopped inside a cycle) costs a call a bounded wait and never stalls the other threads'
 // cycles, and only the configuration's owner and group may open the lock file at all.

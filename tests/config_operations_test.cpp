@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The operations on stored devices: getters, setters that store and then tell the service, the
 // projector tests, and what the service hears when a store fails.
 #include <atomic>

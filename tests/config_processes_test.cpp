@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several processes on one configuration file: the file lock beside it, writers that must not
 // lose each other's updates, and writers killed in the middle of a write.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Restoring the factory default while other processes validate and read the file: the restore is
 // one atomic replacement under the exclusive lock, so that nobody ever reads a part of a document.
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulator with a system root seeded from the project's default configuration files.
 #ifndef VASK_TEST_CONFIG_SIM_FIXTURE_H
 #define VASK_TEST_CONFIG_SIM_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Settings stored by the library and applied by the simulator, and edctl's configuration commands.
 #include "config_sim_fixture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The configuration file as a whole: its default, validation and restore, the lock, the atomic
 // replacement of the file and its failures, and many threads writing at once.
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A temporary system root laid out as on the box, and helpers to read and compare the
 // configuration file it holds.
 #ifndef VASK_TEST_CONFIG_TEST_SUPPORT_H

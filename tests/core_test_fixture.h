@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A private broker and a fake "external_device" service for the library's operations.
 #ifndef VASK_TEST_CORE_FIXTURE_H
 #define VASK_TEST_CORE_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl without a broker: the commands that only read or write the box's files never connect, and
 // every failure is said in the operation's own terms ("cannot read <path>", "not connected to <URL>").
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl monitor against the simulator, with requests from two other processes.
 #include <cjson/cJSON.h>
 #include <set>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A box's own broker bridged to the fleet's central broker, both started from the shipped
 // configuration files with only their markers, port and paths filled in: TLS and passwords on the
 // central side, the box's simulator and applications on plain topics, the fleet operator's edctl

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Two rooms on one central broker, each in a topic namespace of its own: the simulators, edctl and
 // one raw MQTT subscriber that watches every room at once.
 #include <gtest/gtest.h>

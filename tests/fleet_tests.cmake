@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Many rooms on one central broker: simulators in namespaces of their own, and a box's broker
 # bridged to the central one with the shipped configuration files (TLS certificates made with
 # openssl; without it the bridged cases are skipped).

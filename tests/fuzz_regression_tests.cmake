@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Every fuzz target's seeds and saved regressions, replayed with the normal compiler (and so under
 # the sanitizer presets too): one test per target, failing on any crash, sanitizer report or failed
 # check of the target.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The public header refuses, at compile time, a program built with the old std::string ABI: the
 // library's records hold std::string, so such a program would link and crash at its first call.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // File names that a shell would take for more than a name, handed to every operation of the
 // library that builds a shell command from a path: Copy, RemoveAll and the restore of the
 // configuration file's factory default (from a system root with such a name). Each name is used

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The installed tree of this build: what `cmake --install` puts where, the pkg-config files and the
 // CMake package an application builds with, the examples built both ways and run against a private
 // broker and the installed simulator, and the names the shared library exports.

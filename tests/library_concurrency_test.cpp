@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library driven by many application threads at once while the simulator's signals flow to a
 // registered callback, and the same with the broker killed and started again underneath.
 #include <atomic>

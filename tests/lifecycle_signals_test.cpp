@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Closing and reopening the library while signals are registered: ed_release from a callback is
 // refused, and the callbacks stored survive ed_release and a new ed_init, delivered once each.
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/internal.h"
 #include "core/method_call.h"
 #include "core_test_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The manual pages and the API reference: they render cleanly, they name what the programs and the
 // library really have, and they install where man finds them.
 #include <gtest/gtest.h>

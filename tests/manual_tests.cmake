@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The manual pages and the API reference: each page renders without a warning and names what the
 # tools and the library really have; the pages install with their components; doxygen documents
 # every declaration of the public headers.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Microphone control through edctl, the library and the simulator.
 #include "config_sim_fixture.h"
 

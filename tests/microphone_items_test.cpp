@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The control items and group-conflict items of the microphone control file.
 #include <algorithm>
 #include <gtest/gtest.h>

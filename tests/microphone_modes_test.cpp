@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The three mode sections of the microphone control file.
 #include <gtest/gtest.h>
 

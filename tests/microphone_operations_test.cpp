@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The application's microphone control operations against a fake "external_device" service.
 #include <gtest/gtest.h>
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The microphone item and its JSON form: writing, reading back, deleting from an array, clearing.
 #include <gtest/gtest.h>
 #include <memory>

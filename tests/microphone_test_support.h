@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A temporary system root holding the microphone control file, and helpers to build items and to
 // compare the file and the log lines exactly.
 #ifndef VASK_TEST_MICROPHONE_TEST_SUPPORT_H

@@ -1,6 +1,9 @@
-// The Debian packages as a user gets them: scripts/package run on this build, each package's control
-// fields and exact contents, the three unpacked with dpkg into a throw-away root, and the examples
-// built against that root (pkg-config and the CMake package) and run against its simulator.
+// SPDX-License-Identifier: MIT
+// The Debian packages as a user gets them: scripts/package (dpkg-buildpackage on a copy of the
+// source tree, then lintian) run into this build, each package's control fields and exact contents,
+// the exported symbols against debian/'s symbols file, the three unpacked with dpkg into a
+// throw-away root, and the examples built against that root (pkg-config and the CMake package) and
+// run against its simulator.
 #include <algorithm>
 #include <csignal>
 #include <dirent.h>
@@ -34,10 +37,13 @@ const std::string kLibDir = std::string("usr/lib/") + VASK_MULTIARCH;
 const std::string kRuntime = "libvask-external-device" VASK_SOVERSION;
 const std::string kDev = "libvask-external-device-dev";
 const std::string kTools = "vask-external-device-tools";
+const std::string kPython = "python3-vask-external-device";
+const std::string kConsole = "vask-external-device-console";
 const char *const kLibraries[] = {"libtulo_log", "libvask_bus", "libvask_external_device"};
+const std::string kSymbolsFile = kSource + "/debian/" + kRuntime + ".symbols";
 
 // One line of `dpkg-deb -c` as the tests compare it: mode, owner and path, without size and date.
-std::string dir(const std::string &path) { return "drwxr-xr-x root/root ./" + path + "/"; }
+std::string dir(const std::string &path) { return "drwxr-xr-x root/root " + (path == "." ? "./" : "./" + path); }
 std::string file(const std::string &path) { return "-rw-r--r-- root/root ./" + path; }
 std::string program(const std::string &path) { return "-rwxr-xr-x root/root ./" + path; }
 std::string link(const std::string &path, const std::string &target)
@@ -51,46 +57,63 @@ std::vector<std::string> sorted(std::vector<std::string> lines)
     return lines;
 }
 
+// The folder of a package's copyright and changelog, and the two.
+std::vector<std::string> doc(const std::string &package)
+{
+    const std::string at = "usr/share/doc/" + package;
+    return {dir("usr/share/doc"), dir(at), file(at + "/changelog.gz"), file(at + "/copyright")};
+}
+
 std::vector<std::string> expected_runtime()
 {
-    std::vector<std::string> lines = {dir("usr"),        dir("usr/lib"),        dir(kLibDir),
-                                      dir("usr/share"),  dir("usr/share/vask"), dir("usr/share/vask/etc"),
-                                      file("usr/share/vask/etc/external_device.json"),
+    std::vector<std::string> lines = {dir("."),          dir("usr"),            dir("usr/lib"),
+                                      dir(kLibDir),      dir("usr/share"),      dir("usr/share/vask"),
+                                      dir("usr/share/vask/etc"), file("usr/share/vask/etc/external_device.json"),
                                       file("usr/share/vask/etc/microphone_control.json")};
     for (std::string library : kLibraries) {
         lines.push_back(link(kLibDir + "/" + library + ".so." VASK_SOVERSION, library + ".so." + kVersion));
         lines.push_back(file(kLibDir + "/" + library + ".so." + kVersion));
     }
+    for (const auto &line : doc(kRuntime))
+        lines.push_back(line);
     return sorted(lines);
 }
 
 std::vector<std::string> expected_dev()
 {
     const std::string cmake = kLibDir + "/cmake/VaskExternalDevice";
-    std::vector<std::string> lines = {dir("usr"), dir("usr/include"), dir("usr/lib"), dir(kLibDir),
+    std::vector<std::string> lines = {dir("."), dir("usr"), dir("usr/include"), dir("usr/lib"), dir(kLibDir),
                                       dir(kLibDir + "/cmake"), dir(cmake), dir(kLibDir + "/pkgconfig"),
                                       dir("usr/share"), dir("usr/share/man"), dir("usr/share/man/man3"),
                                       file("usr/include/libvask_external_device.h"), file("usr/include/tulo_log.h"),
                                       file("usr/include/vask_bus.h"), file(cmake + "/VaskExternalDeviceConfig.cmake"),
                                       file(cmake + "/VaskExternalDeviceConfigVersion.cmake"),
                                       file(cmake + "/VaskExternalDeviceTargets.cmake"),
-                                      file(cmake + "/VaskExternalDeviceTargets-relwithdebinfo.cmake"),
+                                      file(cmake + "/VaskExternalDeviceTargets-none.cmake"),
                                       file(kLibDir + "/pkgconfig/tulo-log.pc"), file(kLibDir + "/pkgconfig/vask-bus.pc"),
                                       file(kLibDir + "/pkgconfig/vask-external-device.pc"),
-                                      file("usr/share/man/man3/libvask_external_device.3")};
+                                      file("usr/share/man/man3/libvask_external_device.3.gz")};
     for (std::string library : kLibraries)
         lines.push_back(link(kLibDir + "/" + library + ".so", library + ".so." VASK_SOVERSION));
+    for (const auto &line : doc(kDev))
+        lines.push_back(line);
     return sorted(lines);
 }
 
+// The unit goes where Debian 12's systemd and dh_installsystemd look for units, /lib.
 std::vector<std::string> expected_tools()
 {
-    return sorted({dir("usr"), dir("usr/bin"), dir("usr/lib"), dir("usr/lib/systemd"), dir("usr/lib/systemd/system"),
-                   dir("usr/share"), dir("usr/share/man"), dir("usr/share/man/man1"), dir("usr/share/vask"),
-                   dir("usr/share/vask/box"), program("usr/bin/edctl"), program("usr/bin/external-device-sim"),
-                   file("usr/lib/systemd/system/external-device-sim.service"), file("usr/share/man/man1/edctl.1"),
-                   file("usr/share/man/man1/external-device-sim.1"), file("usr/share/vask/box/mosquitto-vask.conf"),
-                   file("usr/share/vask/box/vask.acl")});
+    std::vector<std::string> lines = {
+        dir("."), dir("lib"), dir("lib/systemd"), dir("lib/systemd/system"),
+        file("lib/systemd/system/external-device-sim.service"), dir("usr"), dir("usr/bin"), dir("usr/share"),
+        dir("usr/share/bash-completion"), dir("usr/share/bash-completion/completions"), dir("usr/share/man"),
+        dir("usr/share/man/man1"), dir("usr/share/vask"), dir("usr/share/vask/box"), program("usr/bin/edctl"),
+        program("usr/bin/external-device-sim"), file("usr/share/bash-completion/completions/edctl"),
+        file("usr/share/man/man1/edctl.1.gz"), file("usr/share/man/man1/external-device-sim.1.gz"),
+        file("usr/share/vask/box/mosquitto-vask.conf"), file("usr/share/vask/box/vask.acl")};
+    for (const auto &line : doc(kTools))
+        lines.push_back(line);
+    return sorted(lines);
 }
 
 // `dpkg-deb -c` of `deb`, one entry per line as dir() and the others make them.
@@ -106,6 +129,11 @@ std::vector<std::string> contents(const std::string &deb)
         std::string mode, owner, size, date, time, path;
         fields >> mode >> owner >> size >> date >> time;
         std::getline(fields >> std::ws, path);
+        // dpkg-deb writes a folder as "./usr/" and the root as "./".
+        if (mode[0] == 'd' && path.size() > 2 && path.back() == '/')
+            path.pop_back();
+        while (!path.empty() && path.back() == ' ')
+            path.pop_back();
         lines.push_back(mode + " " + owner + " " + path);
     }
     return sorted(lines);
@@ -139,7 +167,7 @@ class PackageTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite()
     {
-        script_ = run_program({kSource + "/scripts/package", VASK_BUILD_DIR}, {}, std::chrono::minutes(20));
+        script_ = run_program({kSource + "/scripts/package", packages_dir()}, {"JOBS=2"}, std::chrono::minutes(20));
         arch_ = run_program({VASK_DPKG, "--print-architecture"}).out;
         arch_ = arch_.substr(0, arch_.find('\n'));
         if (script_.exit_code != 0)
@@ -149,12 +177,14 @@ protected:
         for (const char *sub : {"/info", "/updates", "/triggers"})
             std::filesystem::create_directories(admin + sub);
         vask_test::write_file(admin + "/status", "");
-        // Unpacked, not configured: configuring runs the runtime package's ldconfig, which would
-        // rebuild this machine's linker cache rather than the root's. The root has none of the
-        // system libraries the packages depend on.
+        // Unpacked, not configured: configuring runs the runtime package's ldconfig and the tools'
+        // systemd helper, which would change this machine's linker cache and unit state rather
+        // than the root's. The root has none of the system libraries the packages depend on, nor a
+        // shell to chroot into: the maintainer scripts run outside it with DPKG_ROOT set to it,
+        // and on unpacking a new install they do nothing.
         unpack_ = run_program({VASK_DPKG, "--instdir=" + root_->path(), "--admindir=" + admin,
                                "--log=" + root_->path() + "/dpkg.log", "--force-not-root", "--force-depends",
-                               "--unpack", deb(kRuntime), deb(kDev), deb(kTools)},
+                               "--force-script-chrootless", "--unpack", deb(kRuntime), deb(kDev), deb(kTools)},
                               {}, std::chrono::seconds(60));
     }
 
@@ -167,6 +197,11 @@ protected:
     {
         return packages_dir() + "/" + name + "_" + kVersion + "_" + arch_ + ".deb";
     }
+    // The .changes or .buildinfo file of the build.
+    static std::string build_file(const std::string &extension)
+    {
+        return packages_dir() + "/vask-external-device_" + kVersion + "_" + arch_ + "." + extension;
+    }
     static std::string root() { return root_ ? root_->path() : std::string(); }
     // The environment of a program that runs from the root.
     static std::vector<std::string> root_env() { return {"LD_LIBRARY_PATH=" + root() + "/" + kLibDir}; }
@@ -177,16 +212,38 @@ protected:
     static inline std::unique_ptr<vask_test::temp_dir> root_;
 };
 
-TEST_F(PackageTest, PackageScript_ShouldLeaveExactlyTheThreePackagesAndSayWhere)
+TEST_F(PackageTest, PackageScript_ShouldLeaveThePackagesWithTheirDebugSymbolsAndSayWhere)
 {
-    EXPECT_NE(script_.out.find("Debian packages in " + packages_dir() + ":\n  " + deb(kDev) + "\n  " + deb(kRuntime) +
-                               "\n  " + deb(kTools) + "\n"),
-              std::string::npos)
-        << describe(script_);
+    // Every package with its -dbgsym companion, in the order the script lists them.
+    std::vector<std::string> debs;
+    for (const std::string &name : {kDev, kRuntime, kPython, kConsole, kTools}) {
+        if (name != kDev)
+            debs.push_back(deb(name + "-dbgsym"));
+        debs.push_back(deb(name));
+    }
+    std::string listed = "lintian: no errors or warnings\nDebian packages in " + packages_dir() + ":\n";
+    for (const auto &path : debs)
+        listed += "  " + path + "\n";
+    EXPECT_NE(script_.out.find(listed), std::string::npos) << describe(script_);
     std::set<std::string> files;
     for (const auto &entry : std::filesystem::directory_iterator(packages_dir()))
         files.insert(entry.path().string());
-    EXPECT_EQ(files, (std::set<std::string>{deb(kRuntime), deb(kDev), deb(kTools)}));
+    std::set<std::string> expected(debs.begin(), debs.end());
+    expected.insert(build_file("changes"));
+    expected.insert(build_file("buildinfo"));
+    EXPECT_EQ(files, expected);
+}
+
+TEST_F(PackageTest, Lintian_ShouldFindNoErrorOrWarningInAnyPackage)
+{
+    auto lintian = run_program({VASK_LINTIAN, "--fail-on", "error,warning", build_file("changes")}, {},
+                               std::chrono::minutes(5));
+    EXPECT_EQ(lintian.exit_code, 0) << describe(lintian);
+    // Every line it prints is a note of its own, never a finding.
+    std::istringstream in(lintian.out);
+    std::string line;
+    while (std::getline(in, line))
+        EXPECT_FALSE(line.rfind("E: ", 0) == 0 || line.rfind("W: ", 0) == 0) << line;
 }
 
 TEST_F(PackageTest, ControlFields_ShouldNamePackageVersionArchitectureSectionAndRelations)
@@ -196,6 +253,7 @@ TEST_F(PackageTest, ControlFields_ShouldNamePackageVersionArchitectureSectionAnd
     for (const auto &[name, section] : sections) {
         EXPECT_EQ(field(deb(name), "Package"), name + "\n");
         EXPECT_EQ(field(deb(name), "Version"), kVersion + "\n") << name;
+        EXPECT_EQ(field(deb(name), "Source"), "vask-external-device\n") << name;
         EXPECT_EQ(field(deb(name), "Architecture"), arch_ + "\n") << name;
         EXPECT_EQ(field(deb(name), "Section"), section + "\n") << name;
         EXPECT_EQ(field(deb(name), "Priority"), "optional\n") << name;
@@ -204,7 +262,10 @@ TEST_F(PackageTest, ControlFields_ShouldNamePackageVersionArchitectureSectionAnd
         std::string description = field(deb(name), "Description");
         EXPECT_GT(std::count(description.begin(), description.end(), '\n'), 3) << description;
     }
-    EXPECT_EQ(field(deb(kDev), "Depends"), kRuntime + " (= " + kVersion + "), libcjson-dev\n");
+    EXPECT_EQ(field(deb(kDev), "Depends"), "libcjson-dev, " + kRuntime + " (= " + kVersion + ")\n");
+    // Libraries and their development files of several architectures install side by side.
+    EXPECT_EQ(field(deb(kRuntime), "Multi-Arch"), "same\n");
+    EXPECT_EQ(field(deb(kDev), "Multi-Arch"), "same\n");
     EXPECT_EQ(field(deb(kTools), "Recommends"), "mosquitto\n");
 
     // The system libraries each package links, as dpkg-shlibdeps names them: every one with a
@@ -255,28 +316,52 @@ TEST_F(PackageTest, Contents_ShouldBeExactlyTheFilesOfEachPackage)
     EXPECT_EQ(contents(deb(kTools)), expected_tools());
 }
 
-// An install rule without a component would be left out of every package.
-TEST_F(PackageTest, Packages_ShouldTogetherHoldEverythingTheTreeInstalls)
+// The simulator stands in for the box's own service: installing the tools leaves its unit disabled
+// and stopped (the scripts only keep an administrator's choice across upgrades).
+TEST_F(PackageTest, ToolsMaintainerScripts_ShouldNeitherEnableNorStartTheSimulator)
 {
-    vask_test::temp_dir stage;
-    auto install = run_program({VASK_CMAKE, "--install", std::string(VASK_BUILD_DIR) + "/packaging"},
-                               {"DESTDIR=" + stage.path()}, std::chrono::seconds(60));
-    ASSERT_EQ(install.exit_code, 0) << describe(install);
-    std::vector<std::string> installed;
-    for (const auto &entry : std::filesystem::recursive_directory_iterator(stage.path())) {
-        if (!entry.is_directory() || entry.is_symlink())
-            installed.push_back("./" + entry.path().string().substr(stage.path().size() + 1));
-    }
-    std::vector<std::string> packaged;
-    for (const std::string &name : {kRuntime, kDev, kTools}) {
-        for (const auto &line : contents(deb(name))) {
-            if (line[0] == 'd')
-                continue;
-            std::string path = line.substr(line.find(" ./") + 1);
-            packaged.push_back(path.substr(0, path.find(" -> ")));
-        }
-    }
-    EXPECT_EQ(sorted(packaged), sorted(installed));
+    auto postinst = run_program({VASK_DPKG_DEB, "--info", deb(kTools), "postinst"});
+    ASSERT_EQ(postinst.exit_code, 0) << describe(postinst);
+    EXPECT_NE(postinst.out.find("if deb-systemd-helper debian-installed 'external-device-sim.service'; then"),
+              std::string::npos)
+        << postinst.out;
+    EXPECT_EQ(postinst.out.find("deb-systemd-invoke"), std::string::npos) << postinst.out;
+    EXPECT_EQ(postinst.out.find("was-enabled defaults to true"), std::string::npos) << postinst.out;
+}
+
+// dpkg-gensymbols as the build runs it (every difference fails), on the libraries unpacked from the
+// package: with debian/'s symbols file it passes; a symbol missing from the file, or one the
+// libraries no longer export, fails it. The file's versions sit just below the release's ("0.1.0~"),
+// so that a symbol gone within a release counts as gone.
+vask_test::run_result check_symbols(const std::string &root, const std::string &symbols_file)
+{
+    return run_program({VASK_DPKG_GENSYMBOLS, "-c4", "-p" + kRuntime, "-v" + kVersion, "-P" + root,
+                        "-I" + symbols_file, "-O/dev/null"},
+                       {}, std::chrono::seconds(60));
+}
+
+TEST_F(PackageTest, SymbolsFile_ShouldMatchTheExportsExactlyAndFailOnAnyDifference)
+{
+    ASSERT_EQ(unpack_.exit_code, 0) << describe(unpack_);
+    auto same = check_symbols(root(), kSymbolsFile);
+    EXPECT_EQ(same.exit_code, 0) << describe(same);
+
+    const std::string symbols = read_file(kSymbolsFile);
+    const std::string entry = " (c++)\"ed_init()@VASK_EXTERNAL_DEVICE_0\" " + kVersion + "~\n";
+    const auto at = symbols.find(entry);
+    ASSERT_NE(at, std::string::npos) << symbols;
+    vask_test::temp_dir edited;
+    vask_test::write_file(edited.path() + "/without", symbols.substr(0, at) + symbols.substr(at + entry.size()));
+    auto added = check_symbols(root(), edited.path() + "/without");
+    EXPECT_NE(added.exit_code, 0) << describe(added);
+    EXPECT_NE(added.out.find("\n+ _Z7ed_initv@VASK_EXTERNAL_DEVICE_0 " + kVersion + "\n"), std::string::npos)
+        << describe(added);
+
+    const std::string gone = " (c++)\"ed_gone(int)@VASK_EXTERNAL_DEVICE_0\" " + kVersion + "~\n";
+    vask_test::write_file(edited.path() + "/with", symbols.substr(0, at) + gone + symbols.substr(at));
+    auto removed = check_symbols(root(), edited.path() + "/with");
+    EXPECT_NE(removed.exit_code, 0) << describe(removed);
+    EXPECT_NE(removed.out.find("\n+#MISSING: " + kVersion + "#" + gone), std::string::npos) << describe(removed);
 }
 
 TEST_F(PackageTest, UnpackedRoot_ShouldHoldStrippedLibrariesProgramsDataAndAUnitForTheSimulator)
@@ -314,10 +399,24 @@ TEST_F(PackageTest, UnpackedRoot_ShouldHoldStrippedLibrariesProgramsDataAndAUnit
     for (const char *box : {"mosquitto-vask.conf", "vask.acl"})
         EXPECT_EQ(read_file(root() + "/usr/share/vask/box/" + box), read_file(kSource + "/data/box/" + box)) << box;
     // The unit runs the simulator from where the package puts it.
-    std::string unit = read_file(root() + "/usr/lib/systemd/system/external-device-sim.service");
+    std::string unit = read_file(root() + "/lib/systemd/system/external-device-sim.service");
     EXPECT_EQ(unit, read_file(kSource + "/data/box/external-device-sim.service"));
     EXPECT_NE(unit.find("\nExecStart=/usr/bin/external-device-sim --foreground\n"), std::string::npos) << unit;
     EXPECT_TRUE(is_executable(root() + "/usr/bin/external-device-sim"));
+    EXPECT_EQ(read_file(root() + "/usr/share/bash-completion/completions/edctl"),
+              read_file(kSource + "/data/completion/edctl"));
+    for (const std::string &name : {kRuntime, kDev, kTools})
+        EXPECT_EQ(read_file(root() + "/usr/share/doc/" + name + "/copyright"), read_file(kSource + "/debian/copyright"))
+            << name;
+    // The manual pages are compressed and read back as written.
+    const std::map<std::string, std::string> pages = {{"man1/edctl.1", "edctl.1"},
+                                                      {"man1/external-device-sim.1", "external-device-sim.1"},
+                                                      {"man3/libvask_external_device.3", "libvask_external_device.3"}};
+    for (const auto &[installed, source] : pages) {
+        auto page = run_program({VASK_GZIP, "-dc", root() + "/usr/share/man/" + installed + ".gz"});
+        EXPECT_EQ(page.exit_code, 0) << describe(page);
+        EXPECT_TRUE(page.out == read_file(kSource + "/docs/man/" + source)) << installed << " differs from its source";
+    }
 
     // The pkg-config files name where the packages install, not where they were staged.
     std::vector<std::string> pc_env = {"PKG_CONFIG_PATH=" + root() + "/" + kLibDir + "/pkgconfig"};

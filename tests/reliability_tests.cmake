@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Reliability: replies that are not the caller's, wall-clock jumps, many threads with signals
 # flowing, a broker that goes away, hostile file names and descriptors leaking into shell commands.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the RS232 control, serial-discovery and remote-controller suites share: a temporary system
 // root holding the configuration file, the fixtures folder, JSON printing as the library prints the
 // file, exact comparison of log lines, and a log sink that notes the configuration lock.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The shell commands the library starts get the process's standard streams and no other descriptor,
 // also none that the application opened without close-on-exec.
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Registering for the service's signals and their dispatch to the application's callbacks, over a
 // private broker and by direct calls of the dispatcher.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The parsers and releasers of the service's signal payloads.
 #include <gtest/gtest.h>
 

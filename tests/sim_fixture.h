@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A private broker and external-device-sim as a separate process, with the library opened on them
 // and a client of the simulator's control service.
 #ifndef VASK_TEST_SIM_FIXTURE_H

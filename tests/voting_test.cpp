@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core_test_fixture.h"
 
 class VotingTest : public LibraryTest {

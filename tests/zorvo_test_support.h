@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the remote-controller suites share: macros built from channel values, their JSON as the
 // writer prints it, the box model set from an os-release fixture, and the log lines of the
 // zorvo configuration functions.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mqtt_requester.h"
 
 #include <chrono>

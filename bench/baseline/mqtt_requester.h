@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The calling side of the raw MQTT v5 baseline, written as a hand-written synchronous call with
 // libmosquitto would be: libmosquitto's own network thread, a response topic, 16 bytes of random
 // correlation data and a message expiry on each request, QoS 0 both ways, the caller woken by the

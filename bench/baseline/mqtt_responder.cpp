@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A hand-written MQTT v5 service with libmosquitto: answers "<service>/method/<M>" requests with
 // the canned reply of M, on the request's response topic with its correlation data, straight from
 // the network thread's message callback. The baseline the bus's service side is measured against.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The canned replies of a baseline responder, given on its command line as METHOD=REPLY.
 #ifndef VASK_BENCH_REPLIES_H
 #define VASK_BENCH_REPLIES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dbus_callers.h"
 
 #include <gio/gio.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The calling side of the D-Bus baselines: a synchronous method call with a string argument and a
 // string reply, once with sd-bus and once with GDBus, each on its own connection to the private bus.
 #ifndef VASK_BENCH_DBUS_CALLERS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the D-Bus baseline services live, shared by the responders and the benchmark's callers.
 #ifndef VASK_BENCH_DBUS_NAMES_H
 #define VASK_BENCH_DBUS_NAMES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A D-Bus service written with GDBus: the same object, interface and methods as sdbus_responder,
 // registered on a connection to the private dbus-daemon and served from the main loop.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A private dbus-daemon on a unix socket in a temporary folder, with a generated session-like
 // configuration, owned by the benchmark (stopped by pid on destruction).
 #ifndef VASK_BENCH_PRIVATE_BUS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A D-Bus service written with sd-bus: object /org/vask/Bench, interface org.vask.Bench, one method
 // per canned reply taking the request body as a string and answering the reply as a string. The
 // baseline of a method call on a private dbus-daemon.

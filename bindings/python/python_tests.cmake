@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The pytest suite of the Python module, one ctest test per file of bindings/python/tests, each
 # starting its own private broker and simulator (tests/conftest.py).
 set(VASK_PY_TEST_DIR ${CMAKE_CURRENT_SOURCE_DIR}/tests)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // mic_monitor: prints every microphone that goes on or off, as the box's service reports it.
 //
 //   mic_monitor [--count N] [--timeout SECONDS]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // projector_setup: switches the projector to PJLink and tests the connection.
 //
 //   projector_setup IP_ADDRESS PASSWORD

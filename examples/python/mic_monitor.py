@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """mic_monitor: prints every microphone that goes on or off, as the box's service reports it.
 
     mic_monitor.py [--count N] [--timeout SECONDS]

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """projector_setup: switches the projector to PJLink and tests the connection.
 
     projector_setup.py IP_ADDRESS PASSWORD

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """room_snapshot: reads every setting of the room's external devices and prints one JSON document.
 
     room_snapshot.py

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """voting_console: runs a delegate vote and prints the tallies as the votes arrive (with asyncio).
 
     voting_console.py [--votes N] [--timeout SECONDS]

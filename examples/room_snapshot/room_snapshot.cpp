@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // room_snapshot: reads every setting of the room's external devices and prints one JSON document.
 //
 //   room_snapshot

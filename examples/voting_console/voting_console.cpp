@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // voting_console: runs a delegate vote and prints the tallies as the votes arrive.
 //
 //   voting_console [--votes N] [--timeout SECONDS]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Internal state of a bus client, shared by the files of libvask_bus.
 #ifndef VASK_BUS_INTERNAL_H
 #define VASK_BUS_INTERNAL_H

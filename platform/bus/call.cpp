@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Synchronous method calls: request by response topic and correlation data, reply matched by the
 // network thread.
 #include "bus_internal.h"

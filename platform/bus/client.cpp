@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Client lifecycle: making and freeing clients, connecting and disconnecting.
 #include "bus_internal.h"
 

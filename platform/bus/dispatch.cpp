@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The dispatch thread: runs signal and method handlers one at a time, in arrival order, away from
 // the network thread so that a handler may itself wait for a reply.
 #include "bus_internal.h"

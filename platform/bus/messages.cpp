@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the network thread does with an arriving message: replies wake their caller, presence is
 // recorded, signals and requests are queued for the dispatch thread.
 #include "bus_internal.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Monitors: a client that watches a service's traffic, for tools.
 #include "bus_internal.h"
 

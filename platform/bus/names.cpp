@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Topic names and the broker address.
 #include "bus_internal.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The network thread of a client: connection attempts that nothing can hold for long, the
 // connection's callbacks, reconnection with back-off, and the will.
 #include "bus_internal.h"

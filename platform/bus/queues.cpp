@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The limits of a client's two queues, what they drop, and their counters.
 #include "bus_internal.h"
 

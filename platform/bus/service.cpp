@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The service side: registration, presence and the connection's will.
 #include "bus_internal.h"
 

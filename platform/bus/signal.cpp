@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Signal subscriptions, kept in the client's own table, and signal emission.
 #include "bus_internal.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file vask_bus.h
  * @brief libvask_bus: the box's message bus, on MQTT v5.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tulo_log.h"
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file tulo_log.h
  * @brief libtulo_log: the box's logging library.

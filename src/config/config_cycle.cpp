@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The configuration lock and the one read-parse-modify-write cycle of the configuration files.
 #include "config/config_cycle.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one cycle every reader and writer of the box's configuration files goes through: take the
 // configuration lock, read the whole file, parse it, hand the document (and the section the
 // function owns) to the function's own logic, print and replace the file when it changed it,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Validating the box's configuration file and restoring its factory default.
 #include <cerrno>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The advisory lock beside a configuration file, and the bound of the wait for it.
 #include "config/config_file_lock.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The advisory lock beside a configuration file that keeps the cycles of other processes out, and
 // the bound of every wait for it.
 #ifndef VASK_ED_CONFIG_CONFIG_FILE_LOCK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sections of the control devices (the mic central, the media station): reading one into a
 // record, writing a record or loose settings back.
 #include <string>

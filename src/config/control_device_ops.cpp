@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The application's operations on the stored control devices: getters read the configuration
 // file; setters store first, then tell the service to apply the new settings.
 #include <exception>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The "external_control" section: how an outside controller may drive the box over TCP or RS232.
 #include <string>
 

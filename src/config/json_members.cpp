@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Small edits of configuration sections that the writers share.
 #include "config/json_members.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Small edits of configuration sections that the writers share.
 #ifndef VASK_ED_CONFIG_JSON_MEMBERS_H
 #define VASK_ED_CONFIG_JSON_MEMBERS_H

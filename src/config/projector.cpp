@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The "projector_control" section: how the box drives a projector.
 #include <cstddef>
 #include <string>

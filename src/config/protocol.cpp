@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The protocol table of control devices: numbers, names and parameter blocks.
 #include "config/protocol.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The protocol table of control devices and the reading of their parameter blocks.
 #ifndef VASK_ED_CONFIG_PROTOCOL_H
 #define VASK_ED_CONFIG_PROTOCOL_H

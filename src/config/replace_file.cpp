@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replacing a configuration file: a new file renamed over the old one, or a guarded rewrite in place.
 #include "config/replace_file.h"
 

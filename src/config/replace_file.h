@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replacing the whole text of a configuration file without ever leaving half of it behind.
 #ifndef VASK_ED_CONFIG_REPLACE_FILE_H
 #define VASK_ED_CONFIG_REPLACE_FILE_H

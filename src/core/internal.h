@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Internal pieces of the library shared by its subsystems.
 #ifndef VASK_ED_CORE_INTERNAL_H
 #define VASK_ED_CORE_INTERNAL_H

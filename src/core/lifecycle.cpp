@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opening and closing the library, and the option table.
 #include <atomic>
 #include <mutex>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls of the "external_device" service and the mapping of their codes.
 #include "core/method_call.h"
 

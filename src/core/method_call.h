@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one synchronous call of the "external_device" service.
 #ifndef VASK_ED_CORE_METHOD_CALL_H
 #define VASK_ED_CORE_METHOD_CALL_H

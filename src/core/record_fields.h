@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading records from JSON objects: tables of members, one per record, and the list walk that
 // turns an array of objects into records.
 #ifndef VASK_ED_CORE_RECORD_FIELDS_H

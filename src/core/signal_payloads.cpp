@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The JSON payloads of the service's signals, turned into records and freed again.
 #include <memory>
 #include <new>

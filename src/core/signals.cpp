@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Subscription to the service's signals and their dispatch to the application's callbacks.
 #include "core/signals.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The signal tables and the dispatcher behind ed_signal_handler.
 #ifndef VASK_ED_CORE_SIGNALS_H
 #define VASK_ED_CORE_SIGNALS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/sysroot.h"
 
 #include <cstdlib>

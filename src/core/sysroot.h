@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fixed paths of the box, under VASK_SYSROOT when it is set.
 #ifndef VASK_ED_CORE_SYSROOT_H
 #define VASK_ED_CORE_SYSROOT_H

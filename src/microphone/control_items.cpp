@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The registered control items ("microphone_config"): one per microphone, identified by (gr, id).
 #include <cstddef>
 #include <exception>

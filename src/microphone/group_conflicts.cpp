@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The group-conflict items ("microphone_group_conflict_config"): one per group, identified by gr
 // and stored without "id".
 #include "microphone/item_lists.h"

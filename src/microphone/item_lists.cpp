@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading, adding, replacing and deleting the items of one list of the microphone control file.
 #include "microphone/item_lists.h"
 

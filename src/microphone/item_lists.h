@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two item lists of the microphone control file, control items and group conflicts, share one
 // implementation; each list is described by an item_list.
 #ifndef VASK_ED_MICROPHONE_ITEM_LISTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The configuration cycle of the microphone control file.
 #include "microphone/microphone_store.h"
 

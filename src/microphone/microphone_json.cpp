@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The JSON form of a microphone item: one flat object with short keys, written and read back.
 #include <exception>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Pieces shared by the functions of the microphone control file: the item's JSON form as the writers
 // use it, and the description of their configuration cycle.
 #ifndef VASK_ED_MICROPHONE_MICROPHONE_STORE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The three mode sections of the microphone control file: the default item with its cancel mode,
 // the general-conflict item and the multiple-speakers mode.
 #include "config/json_members.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The application's microphone control operations: readers read the file; setters store first and
 // then tell the service, which reads the stored modes from the file itself.
 #include <exception>

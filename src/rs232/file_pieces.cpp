@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The piecewise reading of the box's small system files.
 #include "rs232/file_pieces.h"
 

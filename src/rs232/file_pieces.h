@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The owner of malloc'd text and the piecewise reading of the box's small system files, shared by
 // serial-device discovery and the remote controller.
 #ifndef VASK_ED_RS232_FILE_PIECES_H

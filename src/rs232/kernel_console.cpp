@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The console device named on the kernel command line.
 #include <cstring>
 #include <exception>

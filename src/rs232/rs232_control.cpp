@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The "external_rs232_config" section: the serial devices the box keeps for itself, the USB
 // accessories it enables and how it is driven over RS232.
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Copying and removing whole trees with the shell's cp and rm.
 #include <exception>
 #include <initializer_list>

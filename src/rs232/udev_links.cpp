@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The box's own serial devices: the links its udev rules create under /dev, the devices behind
 // them (the ignore list) and the search of that list.
 #include <cstdlib>

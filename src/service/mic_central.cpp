@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The mic central as the service sees it: connection test, connection state, microphones on.
 #include "core/internal.h"
 #include "core/method_call.h"

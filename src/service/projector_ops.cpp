@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Projector and external TCP control: connection tests through the service, and setters that
 // store their section of the configuration file and then tell the service to apply it.
 #include <exception>

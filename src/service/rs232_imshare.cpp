@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The RS232 devices the service sees, and the image-share flag it keeps.
 #include "core/internal.h"
 #include "core/method_call.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The getters' readers of the service's reply documents. Each takes the parsed reply (null when the
 // reply was empty or not JSON) and fills the caller's record the way its getter documents.
 #ifndef VASK_ED_SERVICE_SERVICE_REPLIES_H

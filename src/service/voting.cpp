@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Delegate voting: the service runs the vote; the library reads and moves it.
 #include "core/internal.h"
 #include "core/method_call.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Testing, removing and renaming files, and creating the directory of a file.
 #include <cerrno>
 #include <cstdio>

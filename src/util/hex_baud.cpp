@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hex text of serial commands and the serial speeds of the RS232 features.
 #include <cstdio>
 #include <cstdlib>

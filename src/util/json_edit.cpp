@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replace-or-add editing of cJSON objects, the primitive of every configuration writer.
 #include "core/internal.h"
 

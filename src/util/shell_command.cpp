@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starting "/bin/sh -c" with posix_spawn, with every descriptor above the standard streams closed.
 #include "util/shell_command.h"
 

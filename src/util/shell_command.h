@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shell commands of the library, started with nothing of the process but its standard streams.
 #ifndef VASK_ED_UTIL_SHELL_COMMAND_H
 #define VASK_ED_UTIL_SHELL_COMMAND_H

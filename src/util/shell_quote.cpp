@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Quoting a text as one word of a /bin/sh command line.
 #include "util/shell_quote.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Quoting a text as one word of a /bin/sh command line.
 #ifndef VASK_ED_UTIL_SHELL_QUOTE_H
 #define VASK_ED_UTIL_SHELL_QUOTE_H

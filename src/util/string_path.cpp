@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Editing strings and taking paths, file names and file URIs apart.
 #include <glib.h>
 

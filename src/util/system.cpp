@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shell commands, time stamps, BMP headers, IPv4 addresses and the box's identity files.
 #include <algorithm>
 #include <arpa/inet.h>

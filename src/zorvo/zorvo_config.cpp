@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The "zorvo_config" section: the remote controller's firmware versions and its macros, sized by
 // the box model.
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The box model from the operating-system release file, and the model table of the remote
 // controller's macro sets.
 #include "zorvo/zorvo_model.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The box model and the size of the remote controller's macro set that goes with it.
 #ifndef VASK_ED_ZORVO_ZORVO_MODEL_H
 #define VASK_ED_ZORVO_ZORVO_MODEL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The application's operations on the remote controller: its firmware versions and macros from the
 // configuration file, and running a macro through the service.
 #include <exception>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The console's JSON API against the simulator: each endpoint's answer, the file on disk and what
 // the simulator applied after each change.
 #include "console_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The console's answers when something is wrong: each result of the library mapped to its HTTP
 // status, and the console's own refusals.
 #include "console_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // /api/events: the service's signals in order, and its presence.
 #include "console_fixture.h"
 #include "event_reader.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A room for the console's tests: a private broker, the simulator in a system root of its own, and
 // vask-console started on a free loopback port against them, with an HTTP client of the console.
 #ifndef VASK_TEST_CONSOLE_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The OpenAPI document served at /api/openapi.json against what the console really answers.
 #include <set>
 

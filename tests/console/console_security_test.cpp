@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The console's defences: login, sessions and CSRF tokens over TLS, slowed logins, the body limit,
 // the page's folder, the Host and Origin checks, and the refusal to listen off loopback without
 // TLS and a login.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # vask-console's tests: the API, the event stream and the security against a private broker and the
 # simulator; the browser tests in headless Chromium (console_browser_test.py).
 if(TARGET vask-console)

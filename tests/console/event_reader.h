@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A client of /api/events on a thread of its own, collecting the records it receives.
 #ifndef VASK_TEST_CONSOLE_EVENT_READER_H
 #define VASK_TEST_CONSOLE_EVENT_READER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A private mosquitto broker on a free loopback port, with a generated configuration.
 #ifndef VASK_TEST_BROKER_H
 #define VASK_TEST_BROKER_H

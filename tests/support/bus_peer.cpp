@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A second process on the bus for tests:
 //   bus_peer call NAME SERVICE METHOD BODY   calls once, prints "<result> <reply>"
 //   bus_peer serve NAME SERVICE              answers every method with {"code":0,"peer":<pid>}

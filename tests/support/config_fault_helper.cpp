@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs one configuration function of the library in a process of its own, with the fault shim
 // linked in (see fault_shim.c), and prints its result and the library's log lines:
 //   result <n>

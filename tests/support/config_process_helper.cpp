@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A writer of the configuration file in a process of its own, for the tests of several processes
 // on one file. The system root comes from VASK_SYSROOT.
 //   write <section> <count> <go-file>: prints "ready", waits (bounded) until <go-file> exists, then

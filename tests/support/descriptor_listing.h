@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading the descriptors a shell command listed with `ls -l /proc/<pid>/fd`.
 #ifndef VASK_TEST_DESCRIPTOR_LISTING_H
 #define VASK_TEST_DESCRIPTOR_LISTING_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The examples built against an installed tree, the two ways an application builds: with their
 // Makefile, which asks pkg-config for the flags, and with their CMakeLists, which finds the CMake
 // package. Each returns the result of the step that failed, or of the last one.

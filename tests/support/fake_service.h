@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An "external_device" service inside the test process: canned replies, recorded requests.
 #ifndef VASK_TEST_FAKE_SERVICE_H
 #define VASK_TEST_FAKE_SERVICE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Fault injection for the file calls of the configuration store, linked into a test helper program
  * so that its definitions take the place of the C library's (no LD_PRELOAD, so it also works under
  * the sanitizers, and the same way for root and for an ordinary user).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files and JSON text as the tests compare them: read and written whole, printed the way the
 // library prints the configuration files (formatted, tabs, member order kept).
 #ifndef VASK_TEST_JSON_TEXT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Collects the log lines written while it lives.
 #ifndef VASK_TEST_LOG_CAPTURE_H
 #define VASK_TEST_LOG_CAPTURE_H

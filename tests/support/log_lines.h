@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Exact comparison of the log lines a test captured with the lines it expects.
 #ifndef VASK_TEST_LOG_LINES_H
 #define VASK_TEST_LOG_LINES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mqtt_watcher.h"
 
 #include <cstdlib>

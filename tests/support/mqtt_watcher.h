@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A raw MQTT v5 client on libmosquitto, outside the bus library: it subscribes to any pattern
 // (wildcards across namespaces included), records every message with its MQTT v5 properties, and
 // publishes with the properties a bus request carries. Tests use it to look at the wire itself.

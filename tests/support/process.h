@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Child processes owned by a test: started from a path, stopped by pid, their exit checked.
 #ifndef VASK_TEST_PROCESS_H
 #define VASK_TEST_PROCESS_H

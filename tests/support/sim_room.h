@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One conference room as the tests see it: external-device-sim in a system root of its own, seeded
 // with the factory configuration files, on a given broker and topic namespace, and edctl run with
 // the same environment. Needs VASK_SIM, VASK_EDCTL, VASK_DEFAULT_CONFIG and VASK_DEFAULT_MIC_CONFIG.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The box's files as the tools read them: a fixed path under the system root (VASK_SYSROOT, set by
 // --root), read whole and parsed.
 #ifndef VASK_TOOLS_BOX_FILES_H

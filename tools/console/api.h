@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The JSON API as a table of routes: each handler turns one request into one library operation and
 // its result into a reply. The HTTP server (server.cpp) walks the tables; it knows no operation.
 #ifndef VASK_CONSOLE_API_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Microphone control: the registered items, the group conflicts and the three modes, kept in
 // /etc/microphone_control.json and applied by the service.
 #include <libvask_external_device.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Requests to the external_device service: the vote, the microphones that are on, the mic central's
 // connection, the RS232 devices it sees and image sharing.
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The stored settings of the box's control devices: the mic central, the media station, the
 // projector, external control over TCP and the RS232 control options. Setters start from what is
 // stored and change only the members sent.

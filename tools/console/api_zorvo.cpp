@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The USB remote controller's firmware and macros, and the check of the configuration file.
 #include <libvask_external_device.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The events the console streams: a ring of the latest records, each with a sequence number, read by
 // every /api/events client at its own pace.
 #ifndef VASK_CONSOLE_EVENT_HUB_H

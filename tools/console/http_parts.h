@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Pieces of the HTTP side that serve one kind of resource each: the page's files and the event stream.
 #ifndef VASK_CONSOLE_HTTP_PARTS_H
 #define VASK_CONSOLE_HTTP_PARTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The console's JSON: cJSON documents owned by one unique_ptr each, and the few readers and writers
 // the request handlers share.
 #ifndef VASK_CONSOLE_JSON_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vask-console: the room console. Serves the JSON API, the event stream and the page over HTTP(S)
 // until SIGINT or SIGTERM; "vask-console passwd FILE" writes the login's password hash.
 #include <cerrno>

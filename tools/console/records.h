@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's records as the API's JSON, and back: one function per record kind, shared by the
 // request handlers and the event stream.
 #ifndef VASK_CONSOLE_RECORDS_H

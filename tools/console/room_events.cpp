@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "room_events.h"
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What /api/events streams: the service's five signals, taken from the library's signal callbacks,
 // and the service's presence.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "security.h"
 
 #include <crypt.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Logins: the password hash, the sessions and their CSRF tokens, and the slowing of failed logins.
 #ifndef VASK_CONSOLE_SECURITY_H
 #define VASK_CONSOLE_SECURITY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The HTTP side of vask-console: the API tables, the event stream, the page, and the gate in front
 // of them (sessions, CSRF, origin, media type, body size).
 #ifndef VASK_CONSOLE_SERVER_H

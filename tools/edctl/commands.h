@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table of edctl's commands: it serves both dispatch and --help.
 #ifndef EDCTL_COMMANDS_H
 #define EDCTL_COMMANDS_H

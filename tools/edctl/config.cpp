@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl config, mic-central, castdeck, projector and tcp-control: the settings stored in
 // /etc/external_device.json (under --root) and applied by the service.
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl's view of the bus: which broker it uses and whether that broker answers.
 #include <cstdio>
 #include <cstdlib>

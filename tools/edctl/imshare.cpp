@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl imshare get | set on|off
 #include <cstdio>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl: the command-line face of libvask_external_device, one subcommand per operation.
 #include <cstdio>
 #include <cstdlib>

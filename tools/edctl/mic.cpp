@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl mic on-list | central-state | central-test IP USER PASSWORD PROTOCOL
 #include <cstdio>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl mic-control ...: the microphone control items, group conflicts and modes of
 // /etc/microphone_control.json, stored by the library and acted on by the service.
 #include <cstdio>

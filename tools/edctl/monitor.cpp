@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl monitor [--count N] [--method M]... [--event E]...: shows everything on the bus for the
 // external_device service, as requests, replies, signals and presence changes arrive.
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl rs232 devices | control get | control set KEY=VALUE..., and edctl serial discover RULES_FILE
 #include <cstdio>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl sim ...: drives external-device-sim through its control service on the bus.
 #include <cstdio>
 #include <cstring>

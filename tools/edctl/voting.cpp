@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl voting get|enter|start|stop|exit
 #include <cstdio>
 

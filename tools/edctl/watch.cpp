@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl watch [--count N] [EVENT...]: prints the service's signals as they arrive.
 #include <atomic>
 #include <csignal>

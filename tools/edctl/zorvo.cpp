@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edctl zorvo fw | macros | set-macro N SETTING... | goto N | init: the USB remote controller.
 #include <cstdio>
 #include <cstdlib>

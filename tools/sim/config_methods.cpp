@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The service applying settings: it reads /etc/external_device.json (under the system root) the way
 // the box's service does and keeps what it applied, so that tests can see what reached it.
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulator's control service: what tests and "edctl sim" use to drive the simulated box.
 #include <algorithm>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The methods of the "external_device" service as the simulated box answers them.
 #include <arpa/inet.h>
 

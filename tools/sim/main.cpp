@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // external-device-sim: a reference "external_device" service on the bus, for development without a box.
 #include <csignal>
 #include <cstdio>

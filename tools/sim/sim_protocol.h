@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Constants shared by external-device-sim, edctl and the tests: what the simulator answers and when.
 #ifndef VASK_SIM_PROTOCOL_H
 #define VASK_SIM_PROTOCOL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulated box: the state behind the "external_device" service and the control service.
 #ifndef VASK_SIM_SIMULATOR_H
 #define VASK_SIM_SIMULATOR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulator's delegate vote.
 #ifndef VASK_SIM_VOTING_H
 #define VASK_SIM_VOTING_H

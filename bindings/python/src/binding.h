@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the parts of the extension module share.
 #ifndef VASK_PY_BINDING_H
 #define VASK_PY_BINDING_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Negative results of the library as Python exceptions. The exception classes and the meaning of
 // each code live in vask_external_device._errors; this side only hands the operation and the code
 // over.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The compiled part of the vask_external_device package: vask_external_device._native.
 #include "binding.h"
 

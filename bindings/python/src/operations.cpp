@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's operations as Python functions: one line of glue each. Arguments are converted
 // while the GIL is held, the library is called without it, and a negative result is raised.
 #include "binding.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The Python side of the record tables: the classes, and text in both directions.
 #include "records.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's records as Python objects and back.
 //
 // Each record has one table, record_fields<R>, that names its members in the order of the Python

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Signals: the library calls one C callback per event on the bus library's dispatch thread; the
 // module keeps its own table of Python listeners per event and hands each signal to them.
 //

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Fixtures: a private broker per test module, a simulator in a fresh system root per test, and the
 process environment pointed at them (the library reads VASK_BUS_URL and VASK_SYSROOT at each use)."""
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A private conference room for the tests, the examples and the benchmark: a mosquitto broker on a
 free loopback port with the project's broker configuration, and external-device-sim in a temporary
 system root seeded with the factory configuration files.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Signals through the asyncio async iterator."""
 import asyncio
 

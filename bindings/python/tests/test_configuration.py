@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The readers and writers of the configuration files, as module functions: no Client, no bus."""
 import json
 

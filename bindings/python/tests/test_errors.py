@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Each result code raised as the right exception, and the GIL released while a call waits."""
 import threading
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The Python examples of examples/python, run as programs against the simulator."""
 import json
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The installed package: `cmake --install` of this build into temporary folders (with a prefix and
 with DESTDIR), the package's files, and a program outside the tree that imports the installed copy
 and runs a vote against the installed simulator."""

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Every family of operations through a Client against the simulator, checked on both sides: what
 the method returns, and what reached the service or the file."""
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The record classes: keyword construction, equality, repr, to_dict, and the check of what goes in."""
 import pytest
 

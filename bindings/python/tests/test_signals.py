@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Signals through callbacks and the blocking iterator."""
 import sys
 import threading

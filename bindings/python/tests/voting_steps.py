@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """One whole vote driven through the library, and the reports the simulator sends for it."""
 import vask_external_device as ved
 

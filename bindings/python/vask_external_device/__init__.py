@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """vask_external_device: the external devices of a conference-room media box, from Python.
 
 This package wraps the C++ library libvask_external_device (it does not re-implement it): every

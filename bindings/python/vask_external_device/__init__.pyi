@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Type information for vask_external_device (the package's __init__ and its compiled part).
 import asyncio
 from typing import Any, AsyncIterator, Callable, Dict, Iterator, List, Optional, Tuple, Union

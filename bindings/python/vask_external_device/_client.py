@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Client: the library opened, its operations, and its signals."""
 import atexit
 import threading

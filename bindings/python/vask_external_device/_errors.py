@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The exceptions raised for the library's negative results."""
 
 # What each result code means, as the library's rules state it.

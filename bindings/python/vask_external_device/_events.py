@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Signals as iterators: the queues between the bus library's dispatch thread and Python."""
 import asyncio
 import collections

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The library's records as Python classes.
 
 Each class is named after the C++ record, in CamelCase and without the ``ed_`` prefix

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The room console's page in a real headless Chromium: the live view, the forms and the banner.
 Each test saves a screenshot under VASK_SCREENSHOT_DIR."""
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """One room for the browser tests: a private mosquitto broker, external-device-sim in a system root
 of its own, and vask-console on a free loopback port, all stopped by pid at the end."""
 import json
