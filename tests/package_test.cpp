@@ -184,7 +184,8 @@ protected:
         // and on unpacking a new install they do nothing.
         unpack_ = run_program({VASK_DPKG, "--instdir=" + root_->path(), "--admindir=" + admin,
                                "--log=" + root_->path() + "/dpkg.log", "--force-not-root", "--force-depends",
-                               "--force-script-chrootless", "--unpack", deb(kRuntime), deb(kDev), deb(kTools)},
+                               "--force-script-chrootless", "--unpack", deb(kRuntime), deb(kDev), deb(kTools),
+                               deb(kPython), deb(kConsole)},
                               {}, std::chrono::seconds(60));
     }
 
@@ -369,9 +370,10 @@ TEST_F(PackageTest, UnpackedRoot_ShouldHoldStrippedLibrariesProgramsDataAndAUnit
     ASSERT_EQ(unpack_.exit_code, 0) << describe(unpack_);
     auto query = run_program({VASK_DPKG_QUERY, "--admindir=" + root() + "/var/lib/dpkg", "-W",
                               "-f=${Package} ${Version} ${Status}\n"});
-    EXPECT_EQ(query.out, kDev + " " + kVersion + " install ok unpacked\n" + kRuntime + " " + kVersion +
-                             " install ok unpacked\n" + kTools + " " + kVersion + " install ok unpacked\n")
-        << describe(query);
+    std::string unpacked;
+    for (const std::string &name : {kDev, kRuntime, kPython, kConsole, kTools})
+        unpacked += name + " " + kVersion + " install ok unpacked\n";
+    EXPECT_EQ(query.out, unpacked) << describe(query);
 
     std::vector<std::string> binaries = {root() + "/usr/bin/edctl", root() + "/usr/bin/external-device-sim"};
     for (const char *library : kLibraries) {
@@ -429,9 +431,10 @@ TEST_F(PackageTest, UnpackedRoot_ShouldHoldStrippedLibrariesProgramsDataAndAUnit
     }
 }
 
-// Runs room_snapshot from `bin` against the root's simulator in a room of its own; every reading
-// must succeed.
-void expect_snapshot(const std::string &bin, const std::string &root, const std::vector<std::string> &root_env)
+// Runs `snapshot` (a room_snapshot example) against the root's simulator in a room of its own;
+// every reading must succeed.
+void expect_snapshot(const std::vector<std::string> &snapshot_command, const std::string &root,
+                     const std::vector<std::string> &root_env)
 {
     vask_test::broker broker;
     ASSERT_TRUE(broker.started());
@@ -447,7 +450,7 @@ void expect_snapshot(const std::string &bin, const std::string &root, const std:
     ASSERT_TRUE(sim.wait_for_line("external-device-sim: ready", std::chrono::seconds(20)))
         << read_file(room.path() + "/sim.log");
 
-    auto snapshot = run_program({bin + "/room_snapshot"}, env);
+    auto snapshot = run_program(snapshot_command, env);
     EXPECT_EQ(snapshot.exit_code, 0) << describe(snapshot);
     std::unique_ptr<cJSON, decltype(&cJSON_Delete)> doc(cJSON_Parse(snapshot.out.c_str()), cJSON_Delete);
     ASSERT_NE(doc, nullptr) << describe(snapshot);
@@ -470,7 +473,7 @@ TEST_F(PackageTest, ExamplesBuiltWithPkgConfigAgainstTheRoot_ShouldRunAgainstIts
         "-O1 -Wall -Wextra -Werror");
     ASSERT_EQ(build.exit_code, 0) << describe(build);
     EXPECT_NE(build.out.find("-L" + root() + "/" + kLibDir), std::string::npos) << describe(build);
-    expect_snapshot(out.path(), root(), root_env());
+    expect_snapshot({out.path() + "/room_snapshot"}, root(), root_env());
 }
 
 TEST_F(PackageTest, ExamplesBuiltWithTheCMakePackageInTheRoot_ShouldRunAgainstItsSimulator)
@@ -484,7 +487,31 @@ TEST_F(PackageTest, ExamplesBuiltWithTheCMakePackageInTheRoot_ShouldRunAgainstIt
     EXPECT_NE(cache.find("VaskExternalDevice_DIR:PATH=" + root() + "/" + kLibDir + "/cmake/VaskExternalDevice\n"),
               std::string::npos)
         << cache;
-    expect_snapshot(out.path(), root(), root_env());
+    expect_snapshot({out.path() + "/room_snapshot"}, root(), root_env());
+}
+
+TEST_F(PackageTest, PythonPackageInTheRoot_ShouldRunTheSnapshotExampleAgainstItsSimulator)
+{
+    ASSERT_EQ(unpack_.exit_code, 0) << describe(unpack_);
+    EXPECT_TRUE(std::filesystem::exists(root() + "/usr/lib/python3/dist-packages/vask_external_device/py.typed"));
+    std::vector<std::string> env = root_env();
+    env.push_back("PYTHONPATH=" + root() + "/usr/lib/python3/dist-packages");
+    expect_snapshot({"/usr/bin/python3", kSource + "/examples/python/room_snapshot.py"}, root(), env);
+}
+
+TEST_F(PackageTest, ConsolePackageInTheRoot_ShouldServeItsPageFromWhereThePackagePutsIt)
+{
+    ASSERT_EQ(unpack_.exit_code, 0) << describe(unpack_);
+    for (const char *page : {"index.html", "console.js", "console.css", "openapi.json"})
+        EXPECT_EQ(read_file(root() + "/usr/share/vask/console/" + page), read_file(kSource + "/tools/console/www/" + page))
+            << page;
+    std::string unit = read_file(root() + "/lib/systemd/system/vask-console.service");
+    EXPECT_NE(unit.find("\nExecStart=/usr/bin/vask-console"), std::string::npos) << unit;
+    auto help = run_program({root() + "/usr/bin/vask-console", "--help"}, root_env());
+    EXPECT_EQ(help.exit_code, 0) << describe(help);
+    EXPECT_NE(help.out.find("the page's folder (/usr/share/vask/console)"), std::string::npos) << describe(help);
+    auto page = run_program({VASK_GZIP, "-dc", root() + "/usr/share/man/man8/vask-console.8.gz"});
+    EXPECT_TRUE(page.out == read_file(kSource + "/docs/man/vask-console.8"));
 }
 
 } // namespace
