@@ -130,10 +130,10 @@ const ITEM_FORMS = [
 ];
 
 // ---- forms ----
-function buildForm(spec, parent) {
-  const form = element('form', { id: `${spec.id}-form`, noValidate: true });
-  for (const field of spec.fields) {
-    const id = `${spec.id}-${field.name}`;
+function buildForm(setting, parent) {
+  const form = element('form', { id: `${setting.id}-form`, noValidate: true });
+  for (const field of setting.fields) {
+    const id = `${setting.id}-${field.name}`;
     let input;
     if (field.kind === 'select') {
       input = element('select', { id, name: field.name },
@@ -145,24 +145,24 @@ function buildForm(spec, parent) {
     const label = element('label', { htmlFor: id, text: field.label });
     field.nodes = [label, input];
     form.append(label, input);
-    input.addEventListener('change', () => showFields(spec, form));
+    input.addEventListener('change', () => showFields(setting, form));
   }
-  const output = element('output', { className: 'answer', id: `${spec.id}-answer` });
-  form.append(element('button', { type: 'submit', text: spec.button || 'Save' }), output);
+  const output = element('output', { className: 'answer', id: `${setting.id}-answer` });
+  form.append(element('button', { type: 'submit', text: setting.button || 'Save' }), output);
   form.addEventListener('submit', async (event) => {
     event.preventDefault();
-    const { body, problem } = collect(spec, form);
+    const { body, problem } = collect(setting, form);
     if (problem) {
       output.textContent = problem;
       output.className = 'answer bad';
       return;
     }
-    say(output, await api(spec.send[0], spec.send[1], body), spec.button === 'Test' ? 'The test passed.' : 'Saved.');
-    if (spec.after) spec.after();
+    say(output, await api(setting.send[0], setting.send[1], body), setting.button === 'Test' ? 'The test passed.' : 'Saved.');
+    if (setting.after) setting.after();
   });
-  parent.append(element('article', {}, [element('h2', { text: spec.title }), form]));
-  spec.form = form;
-  showFields(spec, form);
+  parent.append(element('article', {}, [element('h2', { text: setting.title }), form]));
+  setting.form = form;
+  showFields(setting, form);
 }
 
 function values(form) {
@@ -174,20 +174,20 @@ function values(form) {
   return out;
 }
 
-function showFields(spec, form) {
+function showFields(setting, form) {
   const current = values(form);
-  for (const field of spec.fields) {
+  for (const field of setting.fields) {
     const shown = !field.when || field.when(current);
     for (const node of field.nodes) node.hidden = !shown;
   }
 }
 
 // The JSON body of a form, or the first problem found (also marked on its field).
-function collect(spec, form) {
+function collect(setting, form) {
   const current = values(form);
   const body = {};
   let problem = '';
-  for (const field of spec.fields) {
+  for (const field of setting.fields) {
     const input = field.nodes[1];
     input.removeAttribute('aria-invalid');
     if (input.hidden) continue;
@@ -204,7 +204,7 @@ function collect(spec, form) {
     if (value === '') continue;
     body[field.name] = field.kind === 'number' || field.number ? Number(value) : value;
   }
-  if (spec.nested) {
+  if (setting.nested) {
     const item = {};
     for (const key of Object.keys(body)) if (key !== 'cancel_mode') { item[key] = body[key]; delete body[key]; }
     body.item = item;
@@ -212,22 +212,22 @@ function collect(spec, form) {
   return { body, problem };
 }
 
-function fill(spec, data) {
-  const source = spec.nested ? { ...data.item, cancel_mode: data.cancel_mode } : data;
-  for (const field of spec.fields) {
+function fill(setting, data) {
+  const source = setting.nested ? { ...data.item, cancel_mode: data.cancel_mode } : data;
+  for (const field of setting.fields) {
     const input = field.nodes[1];
     let value = source[field.from || field.name];
     if (field.kind === 'checkbox') input.checked = Boolean(value);
     else input.value = value === undefined || value === null || value === -1 ? '' : String(value);
   }
-  showFields(spec, spec.form);
+  showFields(setting, setting.form);
 }
 
-async function loadForm(spec) {
-  if (!spec.get) return;
-  const answer = await api('GET', spec.get);
-  if (answer.ok) fill(spec, answer.data);
-  else say(spec.form.querySelector('output'), answer);
+async function loadForm(setting) {
+  if (!setting.get) return;
+  const answer = await api('GET', setting.get);
+  if (answer.ok) fill(setting, answer.data);
+  else say(setting.form.querySelector('output'), answer);
 }
 
 // ---- microphone control items ----
@@ -382,7 +382,7 @@ function listen() {
 // ---- start ----
 function loadAll() {
   loadLive();
-  for (const spec of FORMS.concat(ITEM_FORMS)) loadForm(spec);
+  for (const setting of FORMS.concat(ITEM_FORMS)) loadForm(setting);
   loadItems();
   loadConflicts();
   loadRemote();
@@ -400,8 +400,8 @@ function showConsole() {
   byId('logout').hidden = !session.login;
   if (!started) {
     started = true;
-    for (const spec of FORMS) buildForm(spec, byId('settings'));
-    for (const spec of ITEM_FORMS) buildForm(spec, byId('item-forms'));
+    for (const setting of FORMS) buildForm(setting, byId('settings'));
+    for (const setting of ITEM_FORMS) buildForm(setting, byId('item-forms'));
     setUpRemote();
     listen();
   }
