@@ -305,9 +305,13 @@ void network_main(client_state *client, broker_address address)
         }
         if (!client->lost_logged) {
             client->lost_logged = true;
+            // The reason names the attempt's deadline from the constant that sets it.
+            std::string reason = timed_out ? "no answer within " +
+                                                 std::to_string(std::chrono::seconds(kConnectTimeout).count()) + " s"
+                                           : mosquitto_strerror(rc);
             TULO_LOG_write_newline(BUS_LOG_MODULE, 1, kLogSource, __LINE__, "network_main",
                                    "cannot reach broker %s:%d (%s), retrying", address.host.c_str(),
-                                   address.port, timed_out ? "no answer within 5 s" : mosquitto_strerror(rc));
+                                   address.port, reason.c_str());
         }
         int wait_s = client->backoff_s;
         client->backoff_s = std::min(client->backoff_s * 2, kMaxBackoffS);
