@@ -51,6 +51,7 @@ struct pending_call {
 struct service_entry {
     bus_method_handler handler = nullptr;
     void *user = nullptr;
+    int flags = 0; // BUS_SERVICE_NO_BUS_CALLS
 };
 
 // A signal or a request, copied out of the network thread for the dispatch thread.
@@ -122,6 +123,8 @@ struct client_state {
     std::map<int, size_t> outgoing; // QoS 1 messages not yet acknowledged: message id -> bytes
     size_t outgoing_bytes = 0;
     bus_client_stats stats{};
+    bus_direct_stats direct_stats{};
+    bool direct_enabled = true; // VASK_BUS_DIRECT, bus_client_set_direct
     vask_bus::steady::time_point drop_logged{};
     std::condition_variable queue_changed;
     std::thread dispatcher;

@@ -237,6 +237,8 @@ extern "C" bus_client *bus_client_new(const char *name)
         mosquitto_threaded_set(client->mosq, true);
         install_network_callbacks(client);
         client->limits = limits_from_environment();
+        const char *direct = secure_getenv("VASK_BUS_DIRECT");
+        client->direct_enabled = direct == nullptr || strcmp(direct, "0") != 0;
         if (set_connect_properties(client) != BUS_OK) {
             mosquitto_destroy(client->mosq);
             delete client;

@@ -7,15 +7,21 @@ using namespace vask_bus;
 extern "C" int bus_service_register(bus_client *handle, const char *service,
                                     bus_method_handler handler, void *user)
 {
+    return bus_service_register_flags(handle, service, handler, user, 0);
+}
+
+extern "C" int bus_service_register_flags(bus_client *handle, const char *service, bus_method_handler handler,
+                                          void *user, int flags)
+{
     client_state *client = resolve_client(handle);
     if (client == nullptr)
         return BUS_ERR_FAILED;
-    if (!valid_name(service) || handler == nullptr)
+    if (!valid_name(service) || handler == nullptr || (flags & ~BUS_SERVICE_NO_BUS_CALLS) != 0)
         return BUS_ERR_INVALID;
     std::unique_lock<std::mutex> lock(client->mutex);
     if (client->services.count(service) != 0)
         return BUS_ERR_INVALID;
-    client->services[service] = service_entry{handler, user};
+    client->services[service] = service_entry{handler, user, flags};
     auto deadline = steady::now() + kAckWait;
     if (client->will_service.empty()) {
         // The network thread sets the will before its next connection attempt.

@@ -61,6 +61,37 @@
  * - the sending queue of signals and presence published at QoS 1 and not yet acknowledged by the
  *   broker: bus_signal_emit refuses with BUS_ERR_QUEUE_FULL while it is full.
  *
+ * @par Direct path
+ * A connected client that provides services also listens on a unix-domain socket (SOCK_SEQPACKET)
+ * in the runtime folder: $VASK_SYSROOT/run/vask when VASK_SYSROOT is set, else /run/vask when the
+ * process may create its socket there, else $XDG_RUNTIME_DIR/vask; without one of these it serves
+ * through the broker only. Its "online" presence names the socket in MQTT v5 user properties
+ * ("direct-socket": the path, "direct-pid": the serving process, "direct-boot": the kernel's boot id).
+ * A client on the same host (same boot id) that has seen them sends its requests to that service
+ * over the socket, one connection per serving process shared by all its threads, and reads the
+ * replies there: the calling thread writes the request and the reply wakes exactly its caller.
+ * Signals, presence, callers on other hosts and topic namespaces stay on the broker. Timeouts, the
+ * reply cap, result codes and log lines are the same on both paths. A call goes through the broker
+ * instead when the socket cannot be reached, belongs to another process than the one advertised
+ * (SO_PEERCRED), refuses the caller, or no longer provides the service; after such a fallback the
+ * socket is tried again only once the service announces itself again. A direct connection lost while
+ * a call waits on it fails that call with BUS_ERR_FAILED, as a lost broker connection does. While the
+ * broker is down, calls to a service already reached directly keep working. Requests answered
+ * directly are not seen by bus_monitor. VASK_BUS_DIRECT=0 (read by bus_client_new) or
+ * bus_client_set_direct turns the direct path off, for calls and services alike.
+ *
+ * @par Who may call on the direct path
+ * VASK_BUS_DIRECT_ACCESS, read by the serving process when it starts listening, sets the rule that
+ * stands in for the broker's ACL (on the box, data/box/vask.acl):
+ * - "user" (the default): socket mode 0600; processes of the same user, and root, are answered;
+ * - "group": mode 0660 with the process's group; also processes whose primary or supplementary
+ *   groups include it (SO_PEERCRED, SO_PEERGROUPS);
+ * - "all": mode 0666; every local process (the box's external_device service, which the broker's
+ *   ACL lets every local client call).
+ * A peer the rule refuses is disconnected without an answer (checked on the peer's credentials, not
+ * only by the socket's mode), counted in peers_refused and logged at level 1; its calls then go
+ * through the broker, whose ACL decides.
+ *
  * @par Logging
  * Log lines of this library use module 58 and source name "vask_bus" (see tulo_log.h).
  */
@@ -290,6 +321,48 @@ VASK_BUS_API int bus_client_set_limits(bus_client *client, int dispatch_messages
  * @param client the client
  * @param stats receives the figures */
 VASK_BUS_API int bus_client_get_stats(bus_client *client, bus_client_stats *stats);
+
+/** What the direct path of a client did since the client was made (see "Direct path" above). */
+typedef struct bus_direct_stats {
+    unsigned long long calls_direct;   /**< calls this client made over a service's direct socket */
+    unsigned long long calls_broker;   /**< calls this client made through the broker */
+    unsigned long long fallbacks;      /**< direct sockets found unusable, after which calls went through the broker */
+    unsigned long long served_direct;  /**< requests this client's services answered over their direct socket */
+    unsigned long long peers_refused;  /**< direct connections refused by the access rule */
+} bus_direct_stats;
+
+/** Copies the client's direct-path counters into `stats`.
+ * @return BUS_OK, BUS_ERR_INVALID for a null `stats`, BUS_ERR_FAILED for a null or freed client.
+ * @param client the client
+ * @param stats receives the figures */
+VASK_BUS_API int bus_client_get_direct_stats(bus_client *client, bus_direct_stats *stats);
+
+/** Turns the direct path on (1, the default unless VASK_BUS_DIRECT=0 was set when the client was
+ * made) or off (0) for this client: off, its calls go through the broker from the next call on, and
+ * its services stop listening on a direct socket from the next bus_connect (or at once when not
+ * connected).
+ * @return BUS_OK, BUS_ERR_INVALID for `enabled` other than 0 or 1, BUS_ERR_FAILED for a null or
+ * freed client.
+ * @param client the client
+ * @param enabled 1 to use the direct path, 0 to insist on the broker */
+VASK_BUS_API int bus_client_set_direct(bus_client *client, int enabled);
+
+/** Flag of bus_service_register_flags: the service's handler never calls this library's blocking
+ * functions (bus_method_call_sync, the teardown calls); it may emit signals. Its requests from the
+ * broker are then answered on the network thread that read them, without a hand-over to the dispatch
+ * thread, whenever the dispatch thread is idle; a bus_method_call_sync on the same client from such a
+ * handler is refused with BUS_ERR_INVALID instead of waiting for a reply only that thread could read. */
+#define BUS_SERVICE_NO_BUS_CALLS 1
+
+/** bus_service_register with `flags` (0 or BUS_SERVICE_NO_BUS_CALLS).
+ * @return as bus_service_register; BUS_ERR_INVALID for unknown flags.
+ * @param client the providing client
+ * @param service the service's name S
+ * @param handler answers the service's requests
+ * @param user handed to `handler`
+ * @param flags 0 or BUS_SERVICE_NO_BUS_CALLS */
+VASK_BUS_API int bus_service_register_flags(bus_client *client, const char *service, bus_method_handler handler,
+                                            void *user, int flags);
 
 /** Publishes "offline" for the client's services, closes the connection, stops the network thread,
  * fails calls in flight with BUS_ERR_FAILED, drops queued signals and requests and waits for a running
