@@ -153,6 +153,12 @@ TEST_F(BusTest, ConnectionLostWhileACallWaits_ShouldFailTheCallAtOnce)
     });
     ASSERT_TRUE(vask_test::eventually([&] { return service_->held(); }));
     broker_->kill();
+    if (direct_path_on()) {
+        // The reply comes over the service's own socket, which the broker's end leaves alone.
+        service_->release();
+        EXPECT_EQ(result.get().first, BUS_OK);
+        return;
+    }
     auto [rc, took] = result.get();
     service_->release();
     EXPECT_EQ(rc, BUS_ERR_FAILED);
