@@ -146,14 +146,7 @@ bool answer(client_state *client, int fd, const char *frame, size_t size, std::v
         drop_expired_request(client, lock, topic);
     } else {
         ++client->direct_stats.served_direct;
-        try {
-            length = serve_request(client, lock, topic, body.data(), body.size(), reply);
-        } catch (...) {
-            if (!lock.owns_lock())
-                lock.lock();
-            TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "dispatch",
-                                   "handler of %s threw an exception", topic.c_str());
-        }
+        length = serve_request(client, lock, topic, body.data(), body.size(), reply);
     }
     release_handler_slot(client);
     lock.unlock();

@@ -12,6 +12,12 @@ namespace vask_bus {
 
 namespace {
 
+void log_thrown(const std::string &topic)
+{
+    TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "dispatch", "handler of %s threw an exception",
+                           topic.c_str());
+}
+
 thread_local bool t_in_handler = false;
 thread_local const client_state *t_network_client = nullptr;
 
@@ -55,11 +61,14 @@ int serve_request(client_state *client, std::unique_lock<std::mutex> &lock, cons
         return -1; // unregistered after the request arrived
     service_entry entry = found->second;
     lock.unlock();
-    int length;
-    {
+    int length = -1;
+    try {
         handler_scope scope;
         length = entry.handler(client->handle, entry.user, method.c_str(), body, static_cast<int>(body_length),
                                reply.data(), BUS_SERVICE_REPLY_CAPACITY);
+    } catch (...) {
+        // Whichever thread runs it, a handler's exception must not end the thread.
+        log_thrown(topic);
     }
     if (length > BUS_SERVICE_REPLY_CAPACITY) {
         TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "dispatch",
@@ -164,10 +173,9 @@ void dispatch_main(client_state *client)
                 run_signal(client, lock, item);
         } catch (...) {
             // A handler's exception must not end the thread that serves every other handler.
+            log_thrown(item.topic);
             if (!lock.owns_lock())
                 lock.lock();
-            TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "dispatch",
-                                   "handler of %s threw an exception", item.topic.c_str());
         }
         release_handler_slot(client);
     }

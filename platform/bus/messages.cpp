@@ -84,15 +84,7 @@ bool serve_inline(client_state *client, const dispatch_item &item, size_t slash)
         return false;
     claim_handler_slot(client, lock, item.topic);
     thread_local std::vector<char> reply(BUS_SERVICE_REPLY_CAPACITY + 1);
-    int length = -1;
-    try {
-        length = serve_request(client, lock, item.topic, item.payload.data(), item.payload.size(), reply);
-    } catch (...) {
-        if (!lock.owns_lock())
-            lock.lock();
-        TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "dispatch",
-                               "handler of %s threw an exception", item.topic.c_str());
-    }
+    int length = serve_request(client, lock, item.topic, item.payload.data(), item.payload.size(), reply);
     release_handler_slot(client);
     lock.unlock();
     if (length >= 0 && !item.response_topic.empty())
