@@ -6,6 +6,7 @@
 #include "vask_bus.h"
 #include "direct_internal.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -126,6 +127,7 @@ struct client_state {
     size_t outgoing_bytes = 0;
     bus_client_stats stats{};
     bus_direct_stats direct_stats{};
+    std::atomic<unsigned long long> calls_direct{0}; // counted without the mutex, on the call's fast path
     bool direct_enabled = true; // VASK_BUS_DIRECT, bus_client_set_direct
     std::unique_ptr<vask_bus::direct_server> direct_server; // while the client's services listen directly
     std::unordered_map<std::string, vask_bus::direct_route> direct_routes; // service -> its direct socket

@@ -70,18 +70,22 @@ extern "C" int bus_method_call_sync(bus_client *handle, const char *service, con
                                client->client_id.c_str());
         return BUS_ERR_INVALID;
     }
+    std::shared_ptr<direct_link> link;
     {
         std::lock_guard<std::mutex> hold(client->mutex);
-        if (!client->connected && !direct_route_usable_locked(client, service))
+        // A service on this host answers over its own socket, also while the broker is away.
+        link = direct_link_locked(client, service, body_length);
+        if (!client->connected && link == nullptr)
             return BUS_ERR_FAILED;
         auto presence = client->presence.find(service);
         if (presence != client->presence.end() && !presence->second)
             return BUS_ERR_NO_SERVICE;
     }
-    // A service on this host answers over its own socket, also while the broker is away.
-    int direct = call_direct(client, service, method, body, body_length, reply, reply_length, timeout_s);
-    if (direct != kNotDirect)
-        return direct;
+    if (link != nullptr) {
+        int direct = call_direct(client, link, service, method, body, body_length, reply, reply_length, timeout_s);
+        if (direct != kNotDirect)
+            return direct;
+    }
 
     std::string topic = wire(client, method_topic(service, method));
     pending_call call;

@@ -3,6 +3,7 @@
 #include "bus_internal.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
@@ -25,14 +26,21 @@ std::mutex g_registry_mutex;
 int g_init_count = 0;
 
 // A handle is not the client's address but a slot number with the slot's generation, so that a
-// freed handle is never taken for a newer client that reuses its memory or its slot.
+// freed handle is never taken for a newer client that reuses its memory or its slot. The slots never
+// move, so that every call resolves its handle without a lock; they are changed under the registry
+// mutex.
 struct client_slot {
-    uint64_t generation = 1;
-    client_state *client = nullptr;
+    // Zero-initialised, so the table costs no memory until slots are used; a handle carries the
+    // generation plus one, so that no made-up handle with a zero generation ever resolves.
+    std::atomic<uint64_t> generation{0};
+    std::atomic<client_state *> client{nullptr};
 };
-constexpr int kSlotBits = 24;
+constexpr int kSlotBits = 16;
 constexpr uintptr_t kSlotMask = (uintptr_t{1} << kSlotBits) - 1;
-std::vector<client_slot> g_slots;
+// At most this many clients live in a process at once.
+constexpr size_t kMaxClients = kSlotMask;
+client_slot g_slots[kMaxClients];
+size_t g_slots_used = 0;
 std::vector<size_t> g_free_slots;
 
 // Gives `client` a slot and its handle (registry mutex held).
@@ -43,21 +51,21 @@ bus_client *register_client(client_state *client)
         index = g_free_slots.back();
         g_free_slots.pop_back();
     } else {
-        if (g_slots.size() >= kSlotMask)
+        if (g_slots_used >= kMaxClients)
             throw std::length_error("too many bus clients");
-        g_slots.emplace_back();
-        index = g_slots.size() - 1;
+        index = g_slots_used++;
     }
-    g_slots[index].client = client;
-    return reinterpret_cast<bus_client *>((g_slots[index].generation << kSlotBits) | (index + 1));
+    g_slots[index].client.store(client, std::memory_order_release);
+    uint64_t generation = g_slots[index].generation.load(std::memory_order_relaxed) + 1;
+    return reinterpret_cast<bus_client *>((generation << kSlotBits) | (index + 1));
 }
 
 // Takes the handle's slot back; the handle and its copies stop resolving (registry mutex held).
 void unregister_client(const bus_client *handle)
 {
     size_t index = (reinterpret_cast<uintptr_t>(handle) & kSlotMask) - 1;
-    g_slots[index].client = nullptr;
-    ++g_slots[index].generation;
+    g_slots[index].generation.fetch_add(1, std::memory_order_acq_rel);
+    g_slots[index].client.store(nullptr, std::memory_order_release);
     g_free_slots.push_back(index);
 }
 
@@ -132,10 +140,10 @@ client_state *resolve_client(const bus_client *handle)
         return nullptr;
     size_t index = (token & kSlotMask) - 1;
     uint64_t generation = static_cast<uint64_t>(token >> kSlotBits);
-    std::lock_guard<std::mutex> hold(g_registry_mutex);
-    if (index >= g_slots.size() || g_slots[index].generation != generation)
+    if (index >= kMaxClients || generation == 0 ||
+        g_slots[index].generation.load(std::memory_order_acquire) != generation - 1)
         return nullptr;
-    return g_slots[index].client;
+    return g_slots[index].client.load(std::memory_order_acquire);
 }
 
 int subscribe_locked(client_state *client, const std::string &topic, int qos)

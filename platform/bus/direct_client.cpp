@@ -155,40 +155,23 @@ int send_frame(int fd, const msghdr &message, steady::time_point deadline)
     }
 }
 
-// The link to the route's serving process, connected on first use; null when it cannot be used.
-std::shared_ptr<direct_link> open_link(client_state *client, const char *service)
+// Connects the link on its first use (link mutex held through `lock`); false when it cannot be used.
+bool connect_link(client_state *client, direct_link *link, std::unique_lock<std::mutex> &lock)
 {
-    direct_route route;
-    std::shared_ptr<direct_link> link;
-    {
-        std::lock_guard<std::mutex> hold(client->mutex);
-        if (!direct_route_usable_locked(client, service))
-            return nullptr;
-        route = client->direct_routes.find(service)->second;
-        auto &slot = client->direct_links[route.path];
-        if (slot == nullptr) {
-            slot = std::make_shared<direct_link>();
-            slot->path = route.path;
-        }
-        link = slot;
+    if (link->fd >= 0 || link->broken)
+        return !link->broken;
+    const char *why = "";
+    int fd = connect_to(link->path, link->pid, &why);
+    if (fd < 0) {
+        link->broken = true;
+        // The route is given up outside the link's mutex: the client's is taken first elsewhere.
+        lock.unlock();
+        give_up_route(client, link->path, why);
+        return false;
     }
-    std::unique_lock<std::mutex> lock(link->mutex);
-    if (link->fd < 0 && !link->broken) {
-        const char *why = "";
-        int fd = connect_to(route.path, route.pid, &why);
-        if (fd < 0) {
-            link->broken = true;
-            // The route is given up outside the link's mutex: the client's is taken first elsewhere.
-            lock.unlock();
-            give_up_route(client, route.path, why);
-            return nullptr;
-        }
-        link->fd = fd;
-        link->buffer.resize(kReplyFrameMax);
-    }
-    if (link->broken)
-        return nullptr;
-    return link;
+    link->fd = fd;
+    link->buffer.resize(kReplyFrameMax);
+    return true;
 }
 
 } // namespace
@@ -238,14 +221,24 @@ bool direct_route_usable_locked(const client_state *client, const std::string &s
     return found != client->direct_routes.end() && found->second.usable;
 }
 
-int call_direct(client_state *client, const char *service, const char *method, const char *body, int body_length,
-                char *reply, int *reply_length, int timeout_s)
+std::shared_ptr<direct_link> direct_link_locked(client_state *client, const std::string &service, int body_length)
 {
-    if (static_cast<size_t>(body_length) > kDirectBodyMax)
-        return kNotDirect;
-    std::shared_ptr<direct_link> link = open_link(client, service);
-    if (link == nullptr)
-        return kNotDirect;
+    if (static_cast<size_t>(body_length) > kDirectBodyMax || !direct_route_usable_locked(client, service))
+        return nullptr;
+    const direct_route &route = client->direct_routes.find(service)->second;
+    auto &slot = client->direct_links[route.path];
+    if (slot == nullptr) {
+        slot = std::make_shared<direct_link>();
+        slot->path = route.path;
+        slot->pid = route.pid;
+    }
+    return slot;
+}
+
+int call_direct(client_state *client, const std::shared_ptr<direct_link> &link, const char *service,
+                const char *method, const char *body, int body_length, char *reply, int *reply_length,
+                int timeout_s)
+{
     auto deadline = steady::now() + std::chrono::seconds(timeout_s);
     direct_call call;
     call.reply = reply;
@@ -259,7 +252,7 @@ int call_direct(client_state *client, const char *service, const char *method, c
                       static_cast<uint16_t>(strlen(method)),
                       static_cast<uint32_t>(body_length)};
     std::unique_lock<std::mutex> lock(link->mutex);
-    if (link->broken)
+    if (!connect_link(client, link.get(), lock))
         return kNotDirect;
     head.id = link->next_id++;
     // Registered before the request leaves, so that an early reply finds its caller.
@@ -284,10 +277,7 @@ int call_direct(client_state *client, const char *service, const char *method, c
         give_up_route(client, link->path, strerror(sent));
         return kNotDirect;
     }
-    {
-        std::lock_guard<std::mutex> hold(client->mutex);
-        ++client->direct_stats.calls_direct;
-    }
+    ++client->calls_direct;
     bool no_service = false;
     while (!call.done) {
         if (steady::now() >= deadline)
@@ -349,6 +339,7 @@ extern "C" int bus_client_get_direct_stats(bus_client *handle, bus_direct_stats 
         return BUS_ERR_INVALID;
     std::lock_guard<std::mutex> hold(client->mutex);
     *stats = client->direct_stats;
+    stats->calls_direct = client->calls_direct.load();
     return BUS_OK;
 }
 

@@ -73,6 +73,7 @@ struct direct_call {
 // callers, so a lone caller reads its own reply without any other thread waking.
 struct direct_link {
     std::string path;
+    pid_t pid = 0; // the serving process the route named
     std::mutex mutex;
     int fd = -1;
     bool broken = false;
@@ -101,11 +102,17 @@ void record_route_locked(client_state *client, const std::string &service, bool 
 // True when calls to `service` may go over its direct socket (client mutex held).
 bool direct_route_usable_locked(const client_state *client, const std::string &service);
 
-// Makes the call over the service's direct socket when there is a usable one. Returns a BUS_* result,
-// or kNotDirect when the call must go through the broker (nothing was sent).
+// The caller's connection to the process that serves `service` directly, made (not yet connected)
+// when missing; null when the service has no usable route or the body is too large for a frame
+// (client mutex held).
+std::shared_ptr<direct_link> direct_link_locked(client_state *client, const std::string &service, int body_length);
+
+// Makes the call over `link`. Returns a BUS_* result, or kNotDirect when the call must go through the
+// broker (nothing reached the service).
 constexpr int kNotDirect = 1;
-int call_direct(client_state *client, const char *service, const char *method, const char *body, int body_length,
-                char *reply, int *reply_length, int timeout_s);
+int call_direct(client_state *client, const std::shared_ptr<direct_link> &link, const char *service,
+                const char *method, const char *body, int body_length, char *reply, int *reply_length,
+                int timeout_s);
 
 // Breaks every direct connection of the caller (calls waiting on them fail) and forgets the routes.
 void drop_direct_links(client_state *client);
