@@ -69,73 +69,85 @@ int connect_to(const std::string &path, pid_t pid, const char **why)
     return fd;
 }
 
-// Ends the link: every call waiting on it fails, as calls do when the broker's connection is lost
-// (link mutex held).
+// Most sockets one caller keeps to one serving process: as many calls can be in flight at once; a
+// further call waits for one of them to finish.
+constexpr size_t kMaxSocketsPerLink = 32;
+
+// Ends every socket of the link: calls reading on one see it closed and fail, as calls do when the
+// broker's connection is lost (link mutex held).
 void break_link_locked(direct_link *link)
 {
     link->broken = true;
-    if (link->fd >= 0)
-        shutdown(link->fd, SHUT_RDWR);
-    for (auto &entry : link->pending) {
-        entry.second->result = BUS_ERR_FAILED;
-        entry.second->done = true;
-        entry.second->finished.notify_one();
-    }
-    link->pending.clear();
+    for (int fd : link->busy)
+        shutdown(fd, SHUT_RDWR);
+    for (int fd : link->idle)
+        close(fd);
+    link->idle.clear();
+    link->freed.notify_all();
 }
 
-// Hands a reply frame to its caller (link mutex held). A reply nobody waits for any more is dropped.
-// Returns false for a frame that breaks the protocol.
-bool deliver_frame(direct_link *link, const char *frame, size_t size, bool *no_service)
+// A connected socket of the link for one call, or -1: with `*not_direct` set when the service cannot
+// be reached directly (the call then goes through the broker), else on the deadline.
+int take_socket(client_state *client, direct_link *link, steady::time_point deadline, bool *not_direct)
 {
-    reply_head head;
-    if (size < sizeof head)
-        return false;
-    memcpy(&head, frame, sizeof head);
-    if (head.magic != kReplyMagic)
-        return false;
-    auto found = link->pending.find(head.id);
-    if (found == link->pending.end())
-        return true;
-    direct_call *call = found->second;
-    link->pending.erase(found);
-    size_t length = size - sizeof head;
-    if (head.status == kReplyNoService) {
-        call->result = kNotDirect;
-        *no_service = true;
-    } else if (length >= BUS_REPLY_MAX) {
-        call->result = BUS_ERR_REPLY_TOO_LARGE;
-    } else {
-        memcpy(call->reply, frame + sizeof head, length);
-        call->reply[length] = '\0';
-        *call->reply_length = static_cast<int>(length);
-        call->result = BUS_OK;
-    }
-    call->done = true;
-    call->finished.notify_one();
-    return true;
-}
-
-// Reads the replies waiting on the link, or waits for one until `deadline`; called by the one caller
-// that reads (link mutex not held). Returns false when the link broke.
-bool read_replies(direct_link *link, steady::time_point deadline, bool *no_service)
-{
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - steady::now()).count();
-    pollfd polled{link->fd, POLLIN, 0};
-    int ready = poll(&polled, 1, static_cast<int>(std::max<long long>(left + 1, 0)));
-    if (ready < 0)
-        return errno == EINTR;
-    if (ready == 0)
-        return true;
+    std::unique_lock<std::mutex> lock(link->mutex);
     for (;;) {
-        ssize_t size = recv(link->fd, link->buffer.data(), link->buffer.size(), MSG_DONTWAIT | MSG_TRUNC);
-        if (size < 0)
-            return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
-        if (size == 0 || static_cast<size_t>(size) > link->buffer.size())
+        if (link->broken) {
+            *not_direct = true;
+            return -1;
+        }
+        if (!link->idle.empty()) {
+            int fd = link->idle.back();
+            link->idle.pop_back();
+            link->busy.push_back(fd);
+            return fd;
+        }
+        if (link->idle.size() + link->busy.size() < kMaxSocketsPerLink)
+            break;
+        if (link->freed.wait_until(lock, deadline) == std::cv_status::timeout)
+            return -1;
+    }
+    const char *why = "";
+    int fd = connect_to(link->path, link->pid, &why);
+    if (fd < 0) {
+        link->broken = true;
+        lock.unlock();
+        // The route is given up outside the link's mutex: the client's is taken first elsewhere.
+        give_up_route(client, link->path, why);
+        *not_direct = true;
+        return -1;
+    }
+    link->busy.push_back(fd);
+    return fd;
+}
+
+// Ends a call's use of `fd`: back to the pool, or closed when it may still carry a reply nobody
+// waits for (the call gave up) or is broken.
+void release_socket(direct_link *link, int fd, bool reusable)
+{
+    std::lock_guard<std::mutex> hold(link->mutex);
+    link->busy.erase(std::find(link->busy.begin(), link->busy.end(), fd));
+    if (reusable && !link->broken) {
+        link->idle.push_back(fd);
+        link->freed.notify_one();
+    } else {
+        close(fd);
+    }
+}
+
+// Waits for `fd` to be readable (or writable) until `deadline`; false on the deadline.
+bool wait_for(int fd, short events, steady::time_point deadline)
+{
+    for (;;) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - steady::now()).count();
+        if (left < 0)
             return false;
-        std::lock_guard<std::mutex> hold(link->mutex);
-        if (!deliver_frame(link, link->buffer.data(), static_cast<size_t>(size), no_service))
-            return false;
+        pollfd polled{fd, events, 0};
+        int ready = poll(&polled, 1, static_cast<int>(left + 1));
+        if (ready > 0)
+            return true;
+        if (ready < 0 && errno != EINTR)
+            return true; // the next read or write tells what is wrong
     }
 }
 
@@ -147,38 +159,51 @@ int send_frame(int fd, const msghdr &message, steady::time_point deadline)
             return 0;
         if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)
             return errno;
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - steady::now()).count();
-        if (left <= 0)
+        if (!wait_for(fd, POLLOUT, deadline))
             return ETIMEDOUT;
-        pollfd polled{fd, POLLOUT, 0};
-        poll(&polled, 1, static_cast<int>(left));
     }
 }
 
-// Connects the link on its first use (link mutex held through `lock`); false when it cannot be used.
-bool connect_link(client_state *client, direct_link *link, std::unique_lock<std::mutex> &lock)
+enum class reply_state { answered, too_large, no_service, lost, timed_out };
+
+// Reads the reply to request `id` on the call's own socket. The reply is copied to `reply` only
+// when it fits, so that every other outcome leaves the caller's buffer untouched.
+reply_state read_reply(int fd, uint64_t id, steady::time_point deadline, char *reply, int *reply_length)
 {
-    if (link->fd >= 0 || link->broken)
-        return !link->broken;
-    const char *why = "";
-    int fd = connect_to(link->path, link->pid, &why);
-    if (fd < 0) {
-        link->broken = true;
-        // The route is given up outside the link's mutex: the client's is taken first elsewhere.
-        lock.unlock();
-        give_up_route(client, link->path, why);
-        return false;
+    thread_local char frame[sizeof(reply_head) + BUS_REPLY_MAX];
+    for (;;) {
+        ssize_t size = recv(fd, frame, sizeof frame, MSG_DONTWAIT | MSG_TRUNC);
+        if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
+            if (!wait_for(fd, POLLIN, deadline))
+                return reply_state::timed_out;
+            continue;
+        }
+        reply_head head;
+        if (size < static_cast<ssize_t>(sizeof head))
+            return reply_state::lost;
+        memcpy(&head, frame, sizeof head);
+        if (head.magic != kReplyMagic)
+            return reply_state::lost;
+        if (head.id != id)
+            continue; // cannot happen on a socket of one call at a time; read past it
+        if (head.status == kReplyNoService)
+            return reply_state::no_service;
+        size_t length = static_cast<size_t>(size) - sizeof head;
+        if (length >= BUS_REPLY_MAX)
+            return reply_state::too_large;
+        memcpy(reply, frame + sizeof head, length);
+        reply[length] = '\0';
+        *reply_length = static_cast<int>(length);
+        return reply_state::answered;
     }
-    link->fd = fd;
-    link->buffer.resize(kReplyFrameMax);
-    return true;
 }
 
 } // namespace
 
 direct_link::~direct_link()
 {
-    if (fd >= 0)
+    // No call uses the link any more: its sockets are all idle.
+    for (int fd : idle)
         close(fd);
 }
 
@@ -240,9 +265,10 @@ int call_direct(client_state *client, const std::shared_ptr<direct_link> &link, 
                 int timeout_s)
 {
     auto deadline = steady::now() + std::chrono::seconds(timeout_s);
-    direct_call call;
-    call.reply = reply;
-    call.reply_length = reply_length;
+    bool not_direct = false;
+    int fd = take_socket(client, link.get(), deadline, &not_direct);
+    if (fd < 0)
+        return not_direct ? kNotDirect : BUS_ERR_TIMEOUT;
     request_head head{kRequestMagic,
                       0,
                       static_cast<uint64_t>(
@@ -251,14 +277,10 @@ int call_direct(client_state *client, const std::shared_ptr<direct_link> &link, 
                       static_cast<uint16_t>(strlen(service)),
                       static_cast<uint16_t>(strlen(method)),
                       static_cast<uint32_t>(body_length)};
-    std::unique_lock<std::mutex> lock(link->mutex);
-    if (!connect_link(client, link.get(), lock))
-        return kNotDirect;
-    head.id = link->next_id++;
-    // Registered before the request leaves, so that an early reply finds its caller.
-    link->pending.emplace(head.id, &call);
-    int fd = link->fd;
-    lock.unlock();
+    {
+        std::lock_guard<std::mutex> hold(link->mutex);
+        head.id = link->next_id++;
+    }
     iovec parts[4] = {{&head, sizeof head},
                       {const_cast<char *>(service), head.service_length},
                       {const_cast<char *>(method), head.method_length},
@@ -267,10 +289,8 @@ int call_direct(client_state *client, const std::shared_ptr<direct_link> &link, 
     message.msg_iov = parts;
     message.msg_iovlen = body_length > 0 ? 4 : 3;
     int sent = send_frame(fd, message, deadline);
-    lock.lock();
-    if (sent != 0 && !call.done) {
-        link->pending.erase(head.id);
-        lock.unlock();
+    if (sent != 0) {
+        release_socket(link.get(), fd, false);
         if (sent == ETIMEDOUT)
             return BUS_ERR_TIMEOUT;
         // Nothing left: the service never saw the request, the broker may carry it.
@@ -278,38 +298,31 @@ int call_direct(client_state *client, const std::shared_ptr<direct_link> &link, 
         return kNotDirect;
     }
     ++client->calls_direct;
-    bool no_service = false;
-    while (!call.done) {
-        if (steady::now() >= deadline)
-            break;
-        if (link->reading) {
-            call.finished.wait_until(lock, deadline);
-            continue;
-        }
-        link->reading = true;
-        lock.unlock();
-        bool alive = read_replies(link.get(), std::min(deadline, steady::now() + std::chrono::seconds(1)), &no_service);
-        lock.lock();
-        link->reading = false;
-        if (!alive)
-            break_link_locked(link.get());
-        // Someone else waiting takes over the reading.
-        for (auto &entry : link->pending) {
-            if (entry.second != &call) {
-                entry.second->finished.notify_one();
-                break;
-            }
-        }
-    }
-    if (!call.done)
-        link->pending.erase(head.id);
-    bool broken = link->broken;
-    lock.unlock();
-    if (broken || no_service)
-        give_up_route(client, link->path, broken ? "the connection was lost" : "the service is not provided there");
-    if (!call.done)
+    switch (read_reply(fd, head.id, deadline, reply, reply_length)) {
+    case reply_state::answered:
+        release_socket(link.get(), fd, true);
+        return BUS_OK;
+    case reply_state::too_large:
+        release_socket(link.get(), fd, true);
+        return BUS_ERR_REPLY_TOO_LARGE;
+    case reply_state::no_service:
+        release_socket(link.get(), fd, true);
+        give_up_route(client, link->path, "the service is not provided there");
+        return kNotDirect;
+    case reply_state::timed_out:
+        // Its reply may still come: the socket is not used again.
+        release_socket(link.get(), fd, false);
         return BUS_ERR_TIMEOUT;
-    return call.result;
+    case reply_state::lost:
+        break;
+    }
+    {
+        std::lock_guard<std::mutex> hold(link->mutex);
+        break_link_locked(link.get());
+    }
+    release_socket(link.get(), fd, false);
+    give_up_route(client, link->path, "the connection was lost");
+    return BUS_ERR_FAILED;
 }
 
 void drop_direct_links(client_state *client)

@@ -59,28 +59,18 @@ struct direct_route {
     bool usable = true; // false once found unusable, until the service announces itself again
 };
 
-// One waiting call on a direct connection; lives on the caller's stack while it is in `pending`.
-struct direct_call {
-    char *reply = nullptr;
-    int *reply_length = nullptr;
-    bool done = false;
-    int result = 0;
-    std::condition_variable finished;
-};
-
-// A caller's connection to one serving process, shared by all the caller's threads. Whoever waits
-// for a reply reads the socket while nobody else does and hands the replies it reads to their
-// callers, so a lone caller reads its own reply without any other thread waking.
+// A caller's connections to one serving process. Each call takes a socket of its own from the pool
+// (making one when none is idle), writes its request and reads its own reply on it, so that the reply
+// wakes exactly the calling thread and no other thread reads for it.
 struct direct_link {
     std::string path;
     pid_t pid = 0; // the serving process the route named
     std::mutex mutex;
-    int fd = -1;
+    std::condition_variable freed; // a socket went back to the pool
+    std::vector<int> idle;          // connected sockets no call uses now
+    std::vector<int> busy;          // sockets calls use now
     bool broken = false;
-    bool reading = false;
     uint64_t next_id = 1;
-    std::map<uint64_t, direct_call *> pending;
-    std::vector<char> buffer; // used by the reading caller only
     ~direct_link();
 };
 
