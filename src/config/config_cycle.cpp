@@ -7,6 +7,7 @@
 #include <cstring>
 #include <exception>
 #include <mutex>
+#include <set>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -18,6 +19,18 @@
 
 namespace vask_ed {
 namespace {
+
+// True the first time it is asked for `target` in this process. A writer's temporary file outlives
+// it only when the writer dies between making and renaming it, so one sweep per process, at its first
+// write, clears what earlier processes left, without reading the whole folder (/etc holds hundreds of
+// names) at every write.
+bool first_write_of(const std::string &target)
+{
+    static std::mutex mutex;
+    static std::set<std::string> written;
+    std::lock_guard<std::mutex> hold(mutex);
+    return written.insert(target).second;
+}
 
 pthread_mutex_t config_lock = PTHREAD_MUTEX_INITIALIZER;
 
@@ -176,7 +189,7 @@ int run_config_cycle(const config_call &call, bool write, section_logic logic, v
             return result == kConfigUnchanged ? 0 : result;
         result = store_config_document(call, root.get());
         // Only under the exclusive file lock is no writer of another process working beside it.
-        if (result == 0 && file_lock.held())
+        if (result == 0 && file_lock.held() && first_write_of(target))
             remove_stale_temp_files(target);
         return result;
     } catch (const std::exception &) {
