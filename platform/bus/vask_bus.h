@@ -20,7 +20,9 @@
  * @par Threads
  * Each connected client runs one network thread (socket I/O; it wakes callers waiting for a
  * reply) and one dispatch thread that runs signal handlers and service method handlers one at a time,
- * in arrival order. Handlers may call any function of this library on any client, including
+ * in arrival order. A client that provides services runs one more thread while connected, which
+ * answers the requests of its direct socket (see "Direct path") itself. However many threads run
+ * them, the handlers of one client run one at a time. Handlers may call any function of this library on any client, including
  * bus_method_call_sync, except the teardown calls that would wait for the handler itself
  * (bus_signal_unsubscribe, bus_service_unregister, bus_disconnect, bus_client_free), which refuse with
  * BUS_ERR_INVALID when called from a handler. bus_method_call_sync and bus_signal_emit may be called
