@@ -14,6 +14,9 @@ target_compile_definitions(bus_reliability_test PRIVATE VASK_FAKETIME_LIBRARY="$
 vask_test(library_reliability_test library_concurrency_test.cpp)
 target_link_libraries(library_reliability_test PRIVATE vask_external_device_testing)
 target_include_directories(library_reliability_test PRIVATE ${PROJECT_SOURCE_DIR}/tools/sim)
+# The outage again with the library's calls through the broker, as from a box that insists on it.
+gtest_discover_tests(library_reliability_test DISCOVERY_TIMEOUT 60 TEST_SUFFIX .broker
+                     TEST_FILTER "*BrokerKilled*" PROPERTIES TIMEOUT 600 LABELS long ENVIRONMENT "VASK_BUS_DIRECT=0")
 
 # What reaches the shell: file names taken as names only, and no descriptor of the library.
 vask_test(shell_safety_test hostile_names_test.cpp close_on_exec_test.cpp)
