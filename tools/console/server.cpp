@@ -34,7 +34,7 @@ std::string read_file(const std::string &path)
 void send(httplib::Response &response, const api_reply &reply)
 {
     response.status = reply.status;
-    response.set_content(json_text(reply.body.get()) + "\n", "application/json");
+    response.set_content(json_text(reply.body.get()) + "\n", kJsonType);
 }
 
 bool changes_state(const std::string &method) { return method == "POST" || method == "PUT" || method == "DELETE"; }
