@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 // vask-console against the library: GET /api/voting over a keep-alive connection against
 // ed_get_voting in this process, both on the same simulator and broker in the same run; a burst of
-// 1,000 signals to 50 event-stream clients; and the bytes of the page's first load.
+// 1,000 signals to 50 event-stream clients; the bytes of the page's first load; and, for the floor
+// under the first, a bare cpp-httplib server answering a constant body on the same kind of connection.
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <httplib.h>
+#include <thread>
 #include <vector>
 
 #include "event_reader.h"
@@ -53,17 +57,64 @@ void LibraryGetVoting(benchmark::State &state)
 }
 BENCHMARK(LibraryGetVoting)->Iterations(2000);
 
-void ConsoleGetVoting(benchmark::State &state)
+// GET `path` on one keep-alive connection to `port`, as a browser's fetch does, each call timed.
+void timed_gets(benchmark::State &state, int port, const char *path)
 {
-    httplib::Client client("127.0.0.1", console_port);
+    httplib::Client client("127.0.0.1", port);
     client.set_keep_alive(true);
     client.set_tcp_nodelay(true); // as curl and browsers do
-    timed_calls(state, [&client] {
-        httplib::Result result = client.Get("/api/voting");
+    timed_calls(state, [&client, path] {
+        httplib::Result result = client.Get(path);
         return result && result->status == 200;
     });
 }
+
+void ConsoleGetVoting(benchmark::State &state) { timed_gets(state, console_port, "/api/voting"); }
 BENCHMARK(ConsoleGetVoting)->Iterations(2000);
+
+// The console's HTTP side alone: /api/status answers from the console's own counters, no bus call.
+void ConsoleGetStatus(benchmark::State &state) { timed_gets(state, console_port, "/api/status"); }
+BENCHMARK(ConsoleGetStatus)->Iterations(2000);
+
+// The floor of the HTTP layer: cpp-httplib in a process of its own (this program started again
+// with --bare-httplib-server) answering a constant body of the vote's size, its transport set up
+// as the console's (no-delay, keep-alive, timeouts, a thread pool), with nothing in front of the
+// handler.
+constexpr const char *kBareServerOption = "--bare-httplib-server";
+
+int serve_constant()
+{
+    httplib::Server server;
+    server.new_task_queue = [] { return new httplib::ThreadPool(8); };
+    server.set_tcp_nodelay(true);
+    server.set_keep_alive_max_count(1000);
+    server.set_read_timeout(5, 0);
+    server.set_write_timeout(5, 0);
+    server.Get("/constant", [](const httplib::Request &, httplib::Response &response) {
+        response.set_content("{\"status\":0,\"agree\":0,\"disagree\":0,\"abandon\":0,\"total\":0,\"time\":0}\n",
+                             "application/json; charset=utf-8");
+    });
+    int port = server.bind_to_any_port("127.0.0.1");
+    if (port <= 0)
+        return 1;
+    // Listening already: a request sent from now on waits in the backlog until the pool takes it.
+    std::printf("port %d\nready\n", port);
+    std::fflush(stdout);
+    return server.listen_after_bind() ? 0 : 1;
+}
+
+void BareHttplibConstant(benchmark::State &state)
+{
+    vask_test::child_process server;
+    if (!server.start({"/proc/self/exe", kBareServerOption}) ||
+        !server.wait_for_line("ready", std::chrono::seconds(20))) {
+        state.SkipWithError("the bare server did not start");
+        return;
+    }
+    timed_gets(state, std::atoi(server.output().c_str() + 5), "/constant");
+    server.stop(SIGTERM);
+}
+BENCHMARK(BareHttplibConstant)->Iterations(2000);
 
 // 50 clients of /api/events; 1,000 signals emitted at once; the time until every client has all
 // of them, and how many never arrived within a minute.
@@ -120,6 +171,8 @@ BENCHMARK(PageFirstLoad)->Iterations(10);
 
 int main(int argc, char **argv)
 {
+    if (argc == 2 && std::strcmp(argv[1], kBareServerOption) == 0)
+        return serve_constant();
     return vask_bench::run_against_box(argc, argv, box, [] {
         if (!start_console())
             return 1;
