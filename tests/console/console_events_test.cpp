@@ -69,16 +69,3 @@ TEST_F(ConsoleTest, Events_ShouldResumeAfterTheLastEventId)
     EXPECT_EQ(reader.records()[1], "{\"seq\":3,\"event\":\"voting_results_event\",\"data\":{\"status\":2,\"agree\":0,"
                                    "\"disagree\":0,\"abandon\":0,\"total\":0,\"time\":0}}");
 }
-
-TEST_F(ConsoleTest, Presence_ShouldReachNoMethodOfTheService)
-{
-    vask_test::event_reader reader(console_.port());
-    ASSERT_TRUE(vask_test::eventually([&] { return reader.count("\"state\":\"online\"") == 1; }));
-    room_->stop_sim_cleanly();
-    ASSERT_TRUE(vask_test::eventually([&] { return reader.count("\"state\":\"offline\"") == 1; }));
-    ASSERT_TRUE(room_->start_sim());
-    ASSERT_TRUE(vask_test::eventually([&] { return reader.count("\"state\":\"online\"") == 2; }));
-    // Longer than a probe's pause ever was: a console that asked the service would show here.
-    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-    EXPECT_EQ(room_->edctl_ok({"--json", "sim", "calls"}), "[]\n");
-}

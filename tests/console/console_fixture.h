@@ -50,12 +50,13 @@ class console_process {
 public:
     ~console_process() { stop_cleanly(); }
 
-    // Starts VASK_CONSOLE with `args` (after the page's and OpenAPI paths) and waits for its ready
-    // line; the URL it printed is then url().
+    // Starts VASK_CONSOLE with `args` (after the page's and OpenAPI paths and a short presence
+    // interval) and waits for its ready line; the URL it printed is then url().
     bool start(const std::vector<std::string> &args, const std::vector<std::string> &env,
                const std::string &log_file)
     {
-        std::vector<std::string> argv = {VASK_CONSOLE, "--www", VASK_CONSOLE_WWW, "--openapi", VASK_CONSOLE_OPENAPI};
+        std::vector<std::string> argv = {VASK_CONSOLE, "--www", VASK_CONSOLE_WWW, "--openapi", VASK_CONSOLE_OPENAPI,
+                                         "--presence-interval", "200"};
         argv.insert(argv.end(), args.begin(), args.end());
         if (!process_.start(argv, env, log_file) ||
             !process_.wait_for_line(kConsoleReadyLine, std::chrono::seconds(20)))

@@ -33,7 +33,7 @@ struct option_row {
 };
 enum option_id {
     kListen = 'l', kWww = 'w', kOpenapi = 'o', kCert = 'c', kKey = 'k', kPasswd = 'p', kBus = 'b',
-    kRoot = 'r', kSessionIdle = 's', kHelp = 'h', kVersion = 'V',
+    kRoot = 'r', kSessionIdle = 's', kPresence = 'i', kHelp = 'h', kVersion = 'V',
 };
 constexpr option_row kOptions[] = {
     {"listen", required_argument, kListen, "HOST:PORT  where to listen (127.0.0.1:8080; port 0: any free port)"},
@@ -45,6 +45,7 @@ constexpr option_row kOptions[] = {
     {"bus", required_argument, kBus, "URL        the broker (sets VASK_BUS_URL)"},
     {"root", required_argument, kRoot, "DIR        system root for the box's files (sets VASK_SYSROOT)"},
     {"session-idle", required_argument, kSessionIdle, "SECONDS    a session ends after this long unused (1800)"},
+    {"presence-interval", required_argument, kPresence, "MS         pause between presence probes (1000)"},
     {"help", no_argument, kHelp, "           this help"},
     {"version", no_argument, kVersion, "           the version"},
 };
@@ -130,7 +131,7 @@ int write_password_file(const std::string &path)
     return 0;
 }
 
-int serve(console::server_options options)
+int serve(console::server_options options, std::chrono::milliseconds presence_interval)
 {
     // SIGINT and SIGTERM are taken by one waiting thread, so no other thread is interrupted by them.
     sigset_t stop_signals;
@@ -145,7 +146,7 @@ int serve(console::server_options options)
         return 1;
     }
     console::event_hub hub(8192, options.max_event_clients);
-    console::room_events events(hub);
+    console::room_events events(hub, presence_interval);
     console::console_server server(options, hub, events);
     std::string error;
     int status = 0;
@@ -184,6 +185,7 @@ int main(int argc, char **argv)
     }
     console::server_options options;
     options.www_dir = VASK_CONSOLE_WWW_DIR;
+    long presence_ms = 1000;
     std::vector<option> longs;
     for (const option_row &row : kOptions)
         longs.push_back(option{row.name, row.has_arg, nullptr, row.id});
@@ -207,6 +209,10 @@ int main(int argc, char **argv)
                 return usage_error("--session-idle wants 10 to 604800 seconds");
             options.session_idle = std::chrono::seconds(number);
             break;
+        case kPresence:
+            if (!parse_number(optarg, 100, 60000, presence_ms))
+                return usage_error("--presence-interval wants 100 to 60000 ms");
+            break;
         case kHelp: usage(stdout); return 0;
         case kVersion: std::printf("%s %s\n", kProgram, VASK_VERSION); return 0;
         default: return usage_error("unknown option");
@@ -221,5 +227,5 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "%s: %s\n", kProgram, problem.c_str());
         return 2;
     }
-    return serve(options);
+    return serve(options, std::chrono::milliseconds(presence_ms));
 }

@@ -49,10 +49,15 @@ constexpr const char *kSignals[] = {"mic_on_event", "voting_results_event", "inf
                                     "cam_status_event", "non_list_mic_event"};
 
 constexpr const char *kService = "external_device";
+constexpr const char *kProbeMethod = "get_mic_connection_state";
+constexpr int kProbeTimeoutSeconds = 2;
 
 } // namespace
 
-room_events::room_events(event_hub &hub) : hub_(hub) {}
+room_events::room_events(event_hub &hub, std::chrono::milliseconds probe_interval)
+    : hub_(hub), interval_(probe_interval)
+{
+}
 
 room_events::~room_events() { stop(); }
 
@@ -64,32 +69,33 @@ bool room_events::start()
     if (bus_init() != BUS_OK)
         return false;
     bus_started_ = true;
-    watcher_ = bus_client_new("vask_console");
-    if (!watcher_ || bus_monitor(watcher_, kService, on_bus_event, this) != BUS_OK)
+    probe_ = bus_client_new("vask_console");
+    if (!probe_)
         return false;
-    // Connected, the client has the retained presence (its subscriptions are acknowledged after
-    // it); the event is on the client's dispatch thread, so it is awaited here.
-    bool connected = bus_connect(watcher_, 0) == BUS_OK;
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (connected)
-        changed_.wait_for(lock, kFirstPresence, [this] { return presence_ != "unknown"; });
-    if (presence_ == "unknown") {
-        lock.unlock();
-        set_presence("offline");
-    }
+    // Not connected within 2 s: the client keeps trying, and the probe reports offline meanwhile.
+    bus_connect(probe_, 0);
+    // The first probe before the console serves, so that no client sees "unknown".
+    probe();
+    thread_ = std::thread(&room_events::probe_loop, this);
     return true;
 }
 
 void room_events::stop()
 {
-    // Freed first: no event arrives once it returns.
-    bus_client_free(watcher_);
-    watcher_ = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = true;
+    }
+    wake_.notify_all();
+    if (thread_.joinable())
+        thread_.join();
     if (signal_hub.load() == &hub_) {
         for (const char *event : kSignals)
             ed_unregister_signal(event);
         signal_hub.store(nullptr);
     }
+    bus_client_free(probe_);
+    probe_ = nullptr;
     if (bus_started_)
         bus_cleanup();
     bus_started_ = false;
@@ -109,17 +115,25 @@ void room_events::set_presence(const char *state)
             return;
         presence_ = state;
     }
-    changed_.notify_all();
     hub_.publish("presence", std::string("{\"state\":\"") + state + "\"}");
 }
 
-void room_events::on_bus_event(bus_client *, void *user, const bus_monitor_event *event)
+void room_events::probe()
 {
-    if (event->kind != BUS_MONITOR_PRESENCE)
-        return;
-    // "online" or "offline"; a cleared retained state means the service no longer announces itself.
-    bool online = std::strcmp(event->payload, "online") == 0;
-    static_cast<room_events *>(user)->set_presence(online ? "online" : "offline");
+    char reply[BUS_REPLY_MAX];
+    int length = 0;
+    int rc = bus_method_call_sync(probe_, kService, kProbeMethod, nullptr, 0, reply, &length, kProbeTimeoutSeconds);
+    set_presence(rc == BUS_ERR_NO_SERVICE || rc == BUS_ERR_FAILED ? "offline" : "online");
+}
+
+void room_events::probe_loop()
+{
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (!wake_.wait_for(lock, interval_, [this] { return stopping_; })) {
+        lock.unlock();
+        probe();
+        lock.lock();
+    }
 }
 
 } // namespace console

@@ -2,12 +2,12 @@
 // What /api/events streams: the service's five signals, taken from the library's signal callbacks,
 // and the service's presence.
 //
-// The library's header offers no presence query, and vask_bus.h no subscription of its own to the
-// retained "external_device/state" topic; what it offers is a monitor, which hands its client the
-// service's presence as it changes (with the retained state on every connection). So a bus client
-// of the console's own monitors the service and keeps its presence; nothing is ever called for it.
-// The monitor also receives the service's requests, the replies on the bus and the service's
-// signals (on the box the broker's ACL passes the signals only): they are dropped unread.
+// The library's header offers no presence query, and vask_bus.h no subscription to the retained
+// "external_device/state" topic. What the public interface does give: a call to a service whose
+// presence is "offline" fails at once with BUS_ERR_NO_SERVICE. So a bus client of the console's own
+// probes the service with "get_mic_connection_state" (a read without side effects) every probe
+// interval: BUS_ERR_NO_SERVICE, or BUS_ERR_FAILED (the broker is out of reach), means offline;
+// any other answer, a timeout included (a service that is registered but slow), means online.
 #ifndef VASK_CONSOLE_ROOM_EVENTS_H
 #define VASK_CONSOLE_ROOM_EVENTS_H
 
@@ -15,6 +15,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vask_bus.h>
 
 #include "event_hub.h"
@@ -23,37 +24,35 @@ namespace console {
 
 class room_events {
 public:
-    explicit room_events(event_hub &hub);
+    // `probe_interval` is the pause between two presence probes; each probe waits at most 2 s.
+    room_events(event_hub &hub, std::chrono::milliseconds probe_interval);
     ~room_events();
     room_events(const room_events &) = delete;
     room_events &operator=(const room_events &) = delete;
 
-    // Registers the signal callbacks (after ed_init) and connects the monitoring client: at most
-    // 2 s for the connection, then at most kFirstPresence for the service's retained presence.
-    // Without a connection, or when the service never announced itself on this broker, the
-    // presence starts "offline"; the client keeps trying and the presence follows its events. False
-    // when the bus library cannot be started or the client cannot be made.
+    // Registers the signal callbacks (after ed_init), probes once (at most 2 s) and starts the
+    // probe's thread. False when the bus library cannot be started or the probe's client cannot be
+    // made.
     bool start();
-    // Frees the monitoring client (waiting for an event being handled) and unregisters the
-    // callbacks (before ed_release).
+    // Stops the probe and unregisters the callbacks (before ed_release). Waits for a probe in flight.
     void stop();
 
-    // "online", "offline", or "unknown" before start() has decided. While the console's own
-    // connection to the broker is down it keeps the last state seen; the broker hands over the
-    // service's current state when the connection returns.
+    // "online", "offline", or "unknown" before the first probe has answered.
     std::string presence() const;
 
-    static constexpr std::chrono::milliseconds kFirstPresence{1000};
-
 private:
-    static void on_bus_event(bus_client *client, void *user, const bus_monitor_event *event);
+    void probe();
+    void probe_loop();
     void set_presence(const char *state);
 
     event_hub &hub_;
-    bus_client *watcher_ = nullptr;
+    std::chrono::milliseconds interval_;
+    bus_client *probe_ = nullptr;
     bool bus_started_ = false;
+    std::thread thread_;
     mutable std::mutex mutex_;
-    std::condition_variable changed_;
+    std::condition_variable wake_;
+    bool stopping_ = false;
     std::string presence_ = "unknown";
 };
 

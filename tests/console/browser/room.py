@@ -76,8 +76,8 @@ class Room:
         self.start_sim()
         with open(os.path.join(self.dir, "console.log"), "w") as log:
             self.console = subprocess.Popen(
-                [ENV["VASK_CONSOLE"], "--listen", "127.0.0.1:0", "--www", ENV["VASK_CONSOLE_WWW"]], env=self.env,
-                stdout=subprocess.PIPE, stderr=log)
+                [ENV["VASK_CONSOLE"], "--listen", "127.0.0.1:0", "--www", ENV["VASK_CONSOLE_WWW"],
+                 "--presence-interval", "200"], env=self.env, stdout=subprocess.PIPE, stderr=log)
         lines = wait_for_line(self.console, "vask-console: ready", 20)
         self.url = lines[0].split("listening on ", 1)[1]
 
