@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Per-call latency of a benchmark: every call's duration on the steady clock, reported as the
-// counters p50_us and p99_us (nearest rank) beside Google Benchmark's mean time.
+// counters p50_us and p99_us (nearest rank) beside Google Benchmark's mean time, and the CPU one call
+// costs in this process and every process it started (cpu_us_per_call).
 #ifndef VASK_BENCH_CALL_SAMPLES_H
 #define VASK_BENCH_CALL_SAMPLES_H
 
@@ -9,6 +10,8 @@
 #include <chrono>
 #include <cmath>
 #include <vector>
+
+#include "cpu_usage.h"
 
 namespace vask_bench {
 
@@ -28,6 +31,7 @@ void measure_calls(benchmark::State &state, Call call)
     }
     std::vector<double> micros;
     micros.reserve(static_cast<size_t>(state.max_iterations));
+    double cpu_start = box_cpu_seconds();
     for (auto _ : state) {
         auto start = std::chrono::steady_clock::now();
         bool ok = call();
@@ -37,8 +41,10 @@ void measure_calls(benchmark::State &state, Call call)
             break;
         }
     }
+    double cpu_used = box_cpu_seconds() - cpu_start;
     if (micros.empty())
         return;
+    state.counters["cpu_us_per_call"] = cpu_used * 1e6 / static_cast<double>(micros.size());
     std::sort(micros.begin(), micros.end());
     auto rank = [&micros](double fraction) {
         size_t index = static_cast<size_t>(std::ceil(fraction * static_cast<double>(micros.size())));

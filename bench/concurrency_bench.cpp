@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Calls per second when 1, 2, 4 and 8 application threads read the vote at once through the
-// library's one bus client, against the simulator in a process of its own on a private broker.
+// library's one bus client, against the simulator in a process of its own on a private broker:
+// through the broker (LibraryGetVoting, VASK_BUS_DIRECT=0) and over the simulator's direct socket
+// (DirectGetVoting).
 // A call spends most of its time waiting on other processes (the broker, the simulator), so more
 // threads should overlap those waits: the library must not serialize its callers. The same calls
 // made straight on a bus client show what the bus itself allows.
@@ -19,7 +21,7 @@
 namespace {
 
 std::unique_ptr<vask_bench::simulated_box> g_box;
-bus_client *g_bus_caller = nullptr;
+bus_client *g_bus_caller = nullptr; // through the broker
 
 // Runs `call` (true on success) in every thread's loop; the first thread also measures the CPU the
 // calls of all threads cost, between the start and the end of the timed loop, which all threads
@@ -41,10 +43,33 @@ void run_calls(benchmark::State &state, Call call)
                                static_cast<double>(state.iterations() * state.threads()));
 }
 
-void LibraryGetVoting(benchmark::State &state)
+// The library's calls on one path. The first thread opens the library again for it before the
+// timed loop, which every thread enters together, and checks the path the calls took after it.
+void library_calls(benchmark::State &state, bool direct)
 {
+    bus_direct_stats before{};
+    if (state.thread_index() == 0 &&
+        (!vask_bench::reopen_library(direct) || ed_get_bus_direct_stats(&before) != 0))
+        state.SkipWithError("the library did not open");
     ed_voting_info info{};
     run_calls(state, [&info] { return ed_get_voting(info) == 0; });
+    if (state.thread_index() == 0) {
+        bus_direct_stats after{};
+        ed_get_bus_direct_stats(&after);
+        vask_bench::check_path(state, before, after, direct,
+                               static_cast<unsigned long long>(state.iterations()) *
+                                   static_cast<unsigned long long>(state.threads()));
+    }
+}
+
+void LibraryGetVoting(benchmark::State &state)
+{
+    library_calls(state, false);
+}
+
+void DirectGetVoting(benchmark::State &state)
+{
+    library_calls(state, true);
 }
 
 // The same request and reply on a bus client of the benchmark's own, without the library.
@@ -59,6 +84,7 @@ void BusQueryVoting(benchmark::State &state)
 }
 
 BENCHMARK(LibraryGetVoting)->ThreadRange(1, 8)->UseRealTime()->MeasureProcessCPUTime();
+BENCHMARK(DirectGetVoting)->ThreadRange(1, 8)->UseRealTime()->MeasureProcessCPUTime();
 BENCHMARK(BusQueryVoting)->ThreadRange(1, 8)->UseRealTime()->MeasureProcessCPUTime();
 
 } // namespace
@@ -67,7 +93,7 @@ int main(int argc, char **argv)
 {
     return vask_bench::run_against_box(argc, argv, g_box, [] {
         g_bus_caller = bus_client_new("bench_caller");
-        if (bus_connect(g_bus_caller, 0) != BUS_OK)
+        if (bus_client_set_direct(g_bus_caller, 0) != BUS_OK || bus_connect(g_bus_caller, 0) != BUS_OK)
             return 1;
         benchmark::RunSpecifiedBenchmarks();
         bus_client_free(g_bus_caller);

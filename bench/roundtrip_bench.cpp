@@ -1,7 +1,13 @@
 // SPDX-License-Identifier: MIT
-// Round trip of one method call, per call (p50_us, p99_us), all in one run:
-//   Library  the library's operation against external-device-sim over the bus;
-//   Bus      bus_method_call_sync against the same simulator (the bus without the library);
+// Round trip of one method call, per call (p50_us, p99_us, cpu_us_per_call), all in one run:
+//   Library    the library's operation against external-device-sim through the broker
+//              (VASK_BUS_DIRECT=0);
+//   Direct     the same operation over the simulator's direct socket (the default on one host);
+//   Bus        bus_method_call_sync against the same simulator through the broker (the bus
+//              without the library);
+//   BusDirect  bus_method_call_sync over the direct socket;
+//   UnixFloor  a bare unix-socket (SOCK_SEQPACKET) request and reply with a responder process: the
+//              floor of any local call;
 //   RawMqtt  a hand-written libmosquitto requester against a hand-written responder process;
 //   SdBus    sd_bus_call_method against an sd-bus responder process on a private dbus-daemon;
 //   GDBus    g_dbus_connection_call_sync against a GDBus responder process on the same daemon.
@@ -10,10 +16,14 @@
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <unistd.h>
 #include <vector>
+
+#include <sys/socket.h>
+#include <sys/un.h>
 
 #include "baseline/mqtt_requester.h"
 #include "call_samples.h"
@@ -69,7 +79,10 @@ struct environment {
     private_bus dbus;
     vask_test::child_process sdbus_responder;
     vask_test::child_process gdbus_responder;
-    bus_client *client = nullptr;
+    vask_test::child_process unix_responder;
+    int unix_fd = -1;
+    bus_client *client = nullptr;        // through the broker
+    bus_client *direct_client = nullptr; // over the direct socket
     std::unique_ptr<mqtt_requester> raw;
     std::unique_ptr<sdbus_caller> sdbus;
     std::unique_ptr<gdbus_caller> gdbus;
@@ -111,8 +124,11 @@ std::string environment::start()
     if (ed_init() != 0)
         return "ed_init failed";
     client = bus_client_new("bench_client");
-    if (client == nullptr || bus_connect(client, 0) != BUS_OK)
+    if (client == nullptr || bus_client_set_direct(client, 0) != BUS_OK || bus_connect(client, 0) != BUS_OK)
         return "the bus client did not connect";
+    direct_client = bus_client_new("bench_direct");
+    if (direct_client == nullptr || bus_connect(direct_client, 0) != BUS_OK)
+        return "the direct bus client did not connect";
     for (operation &op : g_operations) {
         char reply[BUS_REPLY_MAX];
         int length = 0;
@@ -135,6 +151,15 @@ std::string environment::start()
         !start_responder(gdbus_responder, {VASK_GDBUS_RESPONDER, dbus.address(), kGDBusName},
                          logs + "gdbus_responder.log"))
         return "a D-Bus responder did not start";
+    std::string unix_path = box.root() + "/floor.sock";
+    if (!start_responder(unix_responder, {VASK_UNIX_RESPONDER, unix_path, "floor"}, logs + "unix_responder.log"))
+        return "unix_responder did not start";
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    snprintf(address.sun_path, sizeof address.sun_path, "%s", unix_path.c_str());
+    unix_fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (unix_fd < 0 || connect(unix_fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
+        return "cannot connect to unix_responder";
     sdbus = std::make_unique<sdbus_caller>(dbus.address());
     gdbus = std::make_unique<gdbus_caller>(dbus.address());
     if (!sdbus->connected() || !gdbus->connected())
@@ -147,26 +172,73 @@ void environment::stop()
     sdbus.reset();
     gdbus.reset();
     raw.reset();
-    for (vask_test::child_process *process : {&gdbus_responder, &sdbus_responder, &mqtt_responder})
+    if (unix_fd >= 0)
+        close(unix_fd);
+    for (vask_test::child_process *process : {&gdbus_responder, &sdbus_responder, &mqtt_responder, &unix_responder})
         if (process->running())
             process->stop(SIGTERM);
+    bus_client_free(direct_client);
     bus_client_free(client);
     ed_release();
 }
 
+void measure_library(benchmark::State &state, const operation *op, bool direct)
+{
+    bus_direct_stats before{}, after{};
+    if (!reopen_library(direct) || ed_get_bus_direct_stats(&before) != 0) {
+        state.SkipWithError("the library did not open");
+        return;
+    }
+    // The library learns the simulator's socket from its presence while ed_init connects.
+    measure_calls(state, op->library);
+    ed_get_bus_direct_stats(&after);
+    check_path(state, before, after, direct, static_cast<unsigned long long>(state.iterations()));
+}
+
 void library_call(benchmark::State &state, const operation *op)
 {
-    measure_calls(state, op->library);
+    measure_library(state, op, false);
+}
+
+void direct_call(benchmark::State &state, const operation *op)
+{
+    measure_library(state, op, true);
+}
+
+void measure_bus(benchmark::State &state, const operation *op, bus_client *client, bool direct)
+{
+    char reply[BUS_REPLY_MAX];
+    int length = 0;
+    bus_direct_stats before{}, after{};
+    bus_client_get_direct_stats(client, &before);
+    measure_calls(state, [&] {
+        return bus_method_call_sync(client, "external_device", op->method, op->body.data(),
+                                    static_cast<int>(op->body.size()), reply, &length, kTimeoutS) == BUS_OK &&
+               op->reply.compare(0, std::string::npos, reply, static_cast<size_t>(length)) == 0;
+    });
+    bus_client_get_direct_stats(client, &after);
+    check_path(state, before, after, direct, static_cast<unsigned long long>(state.iterations()));
 }
 
 void bus_call(benchmark::State &state, const operation *op)
 {
-    char reply[BUS_REPLY_MAX];
-    int length = 0;
+    measure_bus(state, op, g_env->client, false);
+}
+
+void bus_direct_call(benchmark::State &state, const operation *op)
+{
+    measure_bus(state, op, g_env->direct_client, true);
+}
+
+void unix_floor_call(benchmark::State &state, const operation *op)
+{
+    std::vector<char> reply(BUS_REPLY_MAX);
+    size_t method_length = strlen(op->method);
     measure_calls(state, [&] {
-        return bus_method_call_sync(g_env->client, "external_device", op->method, op->body.data(),
-                                    static_cast<int>(op->body.size()), reply, &length, kTimeoutS) == BUS_OK &&
-               op->reply.compare(0, std::string::npos, reply, static_cast<size_t>(length)) == 0;
+        if (send(g_env->unix_fd, op->method, method_length, MSG_NOSIGNAL) < 0)
+            return false;
+        ssize_t size = recv(g_env->unix_fd, reply.data(), reply.size(), 0);
+        return size >= 0 && op->reply.compare(0, std::string::npos, reply.data(), static_cast<size_t>(size)) == 0;
     });
 }
 
@@ -220,8 +292,8 @@ int main(int argc, char **argv)
         const char *name;
         void (*run)(benchmark::State &, const operation *);
     } transports[] = {
-        {"Library", library_call}, {"Bus", bus_call}, {"RawMqtt", raw_mqtt_call},
-        {"SdBus", sdbus_call},     {"GDBus", gdbus_call},
+        {"Library", library_call}, {"Direct", direct_call}, {"Bus", bus_call},     {"BusDirect", bus_direct_call},
+        {"RawMqtt", raw_mqtt_call}, {"SdBus", sdbus_call},  {"GDBus", gdbus_call}, {"UnixFloor", unix_floor_call},
     };
     int calls = calls_per_case();
     for (const operation &op : g_operations)

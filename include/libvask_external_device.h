@@ -142,6 +142,13 @@ ED_API int ed_set_opt(int option, int value);
  * @param stats receives the figures (see bus_client_stats in vask_bus.h) */
 ED_API int ed_get_bus_stats(bus_client_stats *stats);
 
+/** Copies the direct-path counters of the library's bus client into `stats`: how many calls went
+ * over the external_device service's direct socket on this host and how many through the broker
+ * (VASK_BUS_DIRECT=0 makes them all go through the broker). Any thread may call it.
+ * @return 0; -1 when the library is not open or `stats` is null.
+ * @param stats receives the figures (see bus_direct_stats in vask_bus.h) */
+ED_API int ed_get_bus_direct_stats(bus_direct_stats *stats);
+
 /** @} */
 /** @name Voting */
 /** @{ */

@@ -153,6 +153,12 @@ TEST_F(BusTest, ConnectionLostWhileACallWaits_ShouldFailTheCallAtOnce)
     });
     ASSERT_TRUE(vask_test::eventually([&] { return service_->held(); }));
     broker_->kill();
+    if (direct_path_on()) {
+        // The reply comes over the service's own socket, which the broker's end leaves alone.
+        service_->release();
+        EXPECT_EQ(result.get().first, BUS_OK);
+        return;
+    }
     auto [rc, took] = result.get();
     service_->release();
     EXPECT_EQ(rc, BUS_ERR_FAILED);
@@ -234,4 +240,25 @@ TEST_F(BusTest, LibraryStats_ShouldCountTheSignalsItsCallbacksMissed)
     ed_unregister_signal("mic_on_event");
     EXPECT_EQ(ed_release(), 0);
     EXPECT_EQ(ed_get_bus_stats(&stats), -1) << "closed again";
+}
+
+TEST_F(BusTest, LibraryCalls_ShouldTakeTheDirectPathUnlessItIsSwitchedOff)
+{
+    bus_direct_stats stats{};
+    EXPECT_EQ(ed_get_bus_direct_stats(&stats), -1) << "not open yet";
+    ASSERT_EQ(ed_init(), 0);
+    EXPECT_EQ(ed_get_bus_direct_stats(nullptr), -1);
+    // The fake service's {"code":0} is all the library needs to hear back; the path is what counts.
+    imshare_info info{};
+    static_cast<void>(ed_get_imshare_info(&info));
+    ASSERT_EQ(ed_get_bus_direct_stats(&stats), 0);
+    if (direct_path_on()) {
+        EXPECT_EQ(stats.calls_direct, 1u);
+        EXPECT_EQ(stats.calls_broker, 0u);
+    } else {
+        EXPECT_EQ(stats.calls_direct, 0u);
+        EXPECT_EQ(stats.calls_broker, 1u);
+    }
+    EXPECT_EQ(ed_release(), 0);
+    EXPECT_EQ(ed_get_bus_direct_stats(&stats), -1) << "closed again";
 }

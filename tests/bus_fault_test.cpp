@@ -35,8 +35,12 @@ TEST_F(BusTest, BrokerRestart_ShouldReconnectAndSubscribeAgain)
     ASSERT_TRUE(vask_test::eventually([] { return g_signals.load() == 1; }));
 
     broker_->kill();
-    // While the broker is away calls fail at once instead of waiting for their timeout.
-    ASSERT_TRUE(vask_test::eventually([&] { return call("ping", "", nullptr, 1) == BUS_ERR_FAILED; }));
+    // While the broker is away calls fail at once instead of waiting for their timeout, except on
+    // the direct path, which needs no broker.
+    if (direct_path_on())
+        EXPECT_EQ(call("ping", "", nullptr, 1), BUS_OK);
+    else
+        ASSERT_TRUE(vask_test::eventually([&] { return call("ping", "", nullptr, 1) == BUS_ERR_FAILED; }));
     ASSERT_TRUE(broker_->restart());
 
     // Both clients come back by themselves; the restarted broker knows nothing of their sessions.
@@ -126,7 +130,14 @@ TEST_F(BusTest, BrokerKilledDuringABurstOfCalls_ShouldEndEveryCallWithinItsTimeo
     }
     ASSERT_TRUE(vask_test::eventually([&] { return ok.load() > 100; }));
     broker_->kill();
-    ASSERT_TRUE(vask_test::eventually([&] { return failed.load() > 100; }));
+    if (direct_path_on()) {
+        // Local calls do not need the broker: not one fails while it is away.
+        int before = ok.load();
+        ASSERT_TRUE(vask_test::eventually([&] { return ok.load() > before + 100; }));
+        EXPECT_EQ(failed.load(), 0);
+    } else {
+        ASSERT_TRUE(vask_test::eventually([&] { return failed.load() > 100; }));
+    }
     ASSERT_TRUE(broker_->restart());
     // Back without anything done by the application.
     int before = ok.load();

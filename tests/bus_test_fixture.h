@@ -4,6 +4,8 @@
 #define VASK_TEST_BUS_FIXTURE_H
 
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -12,10 +14,23 @@
 #include "fake_service.h"
 #include "vask_bus.h"
 
+// True unless the suite runs with the direct path switched off (VASK_BUS_DIRECT=0): ctest runs the
+// bus suites both ways.
+inline bool direct_path_on()
+{
+    const char *direct = getenv("VASK_BUS_DIRECT");
+    return direct == nullptr || strcmp(direct, "0") != 0;
+}
+
 class BusTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
+        // The services' direct sockets go under a system root of the test's own.
+        char root[] = "/tmp/vask-bus-XXXXXX";
+        ASSERT_NE(mkdtemp(root), nullptr);
+        root_ = root;
+        setenv("VASK_SYSROOT", root, 1);
         broker_ = std::make_unique<vask_test::broker>();
         setenv("VASK_BUS_URL", broker_->url().c_str(), 1);
         ASSERT_EQ(bus_init(), BUS_OK);
@@ -32,6 +47,9 @@ protected:
         service_.reset();
         bus_cleanup();
         broker_.reset();
+        std::error_code ignored;
+        std::filesystem::remove_all(root_, ignored);
+        unsetenv("VASK_SYSROOT");
     }
 
     // Calls `method` of "external_device" with `body`; returns the result and stores the reply.
@@ -46,6 +64,7 @@ protected:
         return rc;
     }
 
+    std::string root_;
     std::unique_ptr<vask_test::broker> broker_;
     std::unique_ptr<vask_test::fake_service> service_;
     bus_client *client_ = nullptr;

@@ -54,10 +54,12 @@ protected:
         if (hardened_)
             service_login = {"VASK_BUS_USERNAME=external_device", "VASK_BUS_PASSWORD=s3cret"};
         ASSERT_TRUE(box_room_->start_sim(service_login));
+        // The operator's workstation is another host in the field: its calls cross the bridge, never
+        // the simulator's direct socket, which the bridged presence names.
         operator_ = std::make_unique<vask_test::sim_room>(
             "mqtts://127.0.0.1:" + std::to_string(central_->port()), "site/room1",
             std::vector<std::string>{"VASK_BUS_CAFILE=" + ca_file(), "VASK_BUS_USERNAME=operator",
-                                     std::string("VASK_BUS_PASSWORD=") + kOperatorPassword});
+                                     std::string("VASK_BUS_PASSWORD=") + kOperatorPassword, "VASK_BUS_DIRECT=0"});
         watcher_ = std::make_unique<vask_test::mqtt_watcher>(central_->port(), login("operator", kOperatorPassword));
         ASSERT_TRUE(watcher_->subscribe("site/+/bridge/state"));
         ASSERT_TRUE(watcher_->subscribe("site/+/external_device/state"));

@@ -4,12 +4,14 @@
 #define VASK_BUS_INTERNAL_H
 
 #include "vask_bus.h"
+#include "direct_internal.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <memory>
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
 #include <mutex>
@@ -125,10 +127,15 @@ struct client_state {
     bus_client_stats stats{};
     bus_direct_stats direct_stats{};
     bool direct_enabled = true; // VASK_BUS_DIRECT, bus_client_set_direct
+    std::unique_ptr<vask_bus::direct_server> direct_server; // while the client's services listen directly
+    std::unordered_map<std::string, vask_bus::direct_route> direct_routes; // service -> its direct socket
+    std::map<std::string, std::shared_ptr<vask_bus::direct_link>> direct_links; // socket path -> connection
     vask_bus::steady::time_point drop_logged{};
     std::condition_variable queue_changed;
     std::thread dispatcher;
     bool dispatch_stop = false;
+    // One handler of a client runs at a time, whichever thread runs it (the dispatch thread, the
+    // network thread for a service that makes no bus calls, the direct socket's thread).
     bool handler_running = false;
     std::string running_topic;
     uint64_t handlers_finished = 0;
@@ -187,6 +194,27 @@ struct topic_match {
     }
 };
 
+// Waits until no handler of the client runs, then marks one running for `topic` (mutex held).
+void claim_handler_slot(client_state *client, std::unique_lock<std::mutex> &lock, const std::string &topic);
+void release_handler_slot(client_state *client);
+
+// Runs the method handler for request `topic` ("S/method/M") with the slot claimed and the mutex held
+// through `lock` (released while the handler runs). Returns the reply's length in `reply`, or < 0 when
+// nothing is to be answered (no such service any more, the handler declined, or its reply overflowed).
+int serve_request(client_state *client, std::unique_lock<std::mutex> &lock, const std::string &topic,
+                  const char *body, size_t body_length, std::vector<char> &reply);
+
+// Publishes a service's reply to a request that came through the broker.
+void publish_reply(client_state *client, const std::string &response_topic, const std::string &correlation,
+                   const char *reply, int length);
+
+// Counts and logs a request whose caller gave up before its handler could run (mutex held through `lock`).
+void drop_expired_request(client_state *client, std::unique_lock<std::mutex> &lock, const std::string &topic);
+
+// True on the network thread of `client`: a synchronous call on it there would wait for itself.
+bool on_network_thread(const client_state *client);
+void mark_network_thread(const client_state *client);
+
 // Waits until a running handler whose topic matches has returned.
 void wait_for_handler(client_state *client, std::unique_lock<std::mutex> &lock, const topic_match &match);
 
@@ -219,7 +247,7 @@ void report_drops(client_state *client);
 // Publishes a QoS 1 message and records it until the broker acknowledges it (mutex held, so that
 // the acknowledgement cannot be handled before the record exists).
 int publish_tracked_locked(client_state *client, int *mid, const std::string &topic, int length,
-                           const void *payload, bool retain);
+                           const void *payload, bool retain, const mosquitto_property *properties = nullptr);
 
 // Marks a descriptor close-on-exec, so that programs the application starts do not inherit it.
 void set_close_on_exec(int fd);

@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "tulo_log.h"
+
 namespace vask_bus {
 namespace {
 
@@ -60,6 +62,27 @@ extern "C" int bus_method_call_sync(bus_client *handle, const char *service, con
         timeout_s > kMaxTimeoutS)
         return BUS_ERR_INVALID;
 
+    if (on_network_thread(client)) {
+        // The reply could only be read by this very thread.
+        TULO_LOG_write_newline(BUS_LOG_MODULE, 0, kLogSource, __LINE__, "bus_method_call_sync",
+                               "refused: called on the network thread of %s, from the handler of a service "
+                               "registered with BUS_SERVICE_NO_BUS_CALLS",
+                               client->client_id.c_str());
+        return BUS_ERR_INVALID;
+    }
+    {
+        std::lock_guard<std::mutex> hold(client->mutex);
+        if (!client->connected && !direct_route_usable_locked(client, service))
+            return BUS_ERR_FAILED;
+        auto presence = client->presence.find(service);
+        if (presence != client->presence.end() && !presence->second)
+            return BUS_ERR_NO_SERVICE;
+    }
+    // A service on this host answers over its own socket, also while the broker is away.
+    int direct = call_direct(client, service, method, body, body_length, reply, reply_length, timeout_s);
+    if (direct != kNotDirect)
+        return direct;
+
     std::string topic = wire(client, method_topic(service, method));
     pending_call call;
     call.reply = reply;
@@ -69,14 +92,12 @@ extern "C" int bus_method_call_sync(bus_client *handle, const char *service, con
         std::lock_guard<std::mutex> hold(client->mutex);
         if (!client->connected)
             return BUS_ERR_FAILED;
-        auto presence = client->presence.find(service);
-        if (presence != client->presence.end() && !presence->second)
-            return BUS_ERR_NO_SERVICE;
         do
             correlation = new_correlation(client);
         while (client->calls.count(correlation) != 0);
         // Registered before the request leaves, so that an early reply finds its caller.
         client->calls.emplace(correlation, &call);
+        ++client->direct_stats.calls_broker;
     }
     auto deadline = steady::now() + std::chrono::seconds(timeout_s);
     int rc = publish_request(client, topic, body, body_length, correlation, timeout_s);

@@ -157,10 +157,21 @@ void wait_for_acks(client_state *client, std::unique_lock<std::mutex> &lock, ste
 void publish_presence(client_state *client, const std::string &service, bool online)
 {
     const char *text = online ? "online" : "offline";
+    // "online" names the direct socket, for the callers on this host.
+    mosquitto_property *properties = nullptr;
+    if (online && client->direct_server != nullptr) {
+        std::string pid = std::to_string(getpid());
+        mosquitto_property_add_string_pair(&properties, MQTT_PROP_USER_PROPERTY, kDirectSocketProperty,
+                                           client->direct_server->path.c_str());
+        mosquitto_property_add_string_pair(&properties, MQTT_PROP_USER_PROPERTY, kDirectPidProperty, pid.c_str());
+        mosquitto_property_add_string_pair(&properties, MQTT_PROP_USER_PROPERTY, kDirectBootProperty,
+                                           boot_id().c_str());
+    }
     int mid = 0;
-    if (publish_tracked_locked(client, &mid, wire(client, state_topic(service)), static_cast<int>(strlen(text)),
-                               text, true) == MOSQ_ERR_SUCCESS &&
-        !online)
+    int rc = publish_tracked_locked(client, &mid, wire(client, state_topic(service)), static_cast<int>(strlen(text)),
+                                    text, true, properties);
+    mosquitto_property_free_all(&properties);
+    if (rc == MOSQ_ERR_SUCCESS && !online)
         client->unacked_presence.insert(mid);
 }
 
@@ -296,6 +307,8 @@ extern "C" int bus_connect(bus_client *handle, int flags)
     client->reconnect_now = false;
     client->backoff_s = 1;
     client->network_running = true;
+    // Listening before the first connection, whose "online" names the socket.
+    start_direct_server_locked(client);
     client->network = std::thread(network_main, client, address);
     auto deadline = steady::now() + kAckWait;
     client->state_changed.wait_until(lock, deadline, [client] { return client->connected; });
@@ -322,6 +335,8 @@ extern "C" int bus_disconnect(bus_client *handle)
     client->state_changed.notify_all();
     lock.unlock();
     client->network.join();
+    stop_direct_server(client);
+    drop_direct_links(client);
     lock.lock();
     client->network_running = false;
     client->connected = false;

@@ -3,7 +3,10 @@
 // recorded, signals and requests are queued for the dispatch thread.
 #include "bus_internal.h"
 
+#include <cstdlib>
 #include <cstring>
+
+#include "tulo_log.h"
 
 namespace vask_bus {
 
@@ -21,11 +24,44 @@ std::string read_correlation(const mosquitto_property *properties)
     return correlation;
 }
 
-void record_presence(client_state *client, const std::string &topic, const mosquitto_message *message)
+// The direct socket a presence names, from its user properties.
+struct advertised_socket {
+    std::string path;
+    pid_t pid = 0;
+    std::string boot;
+};
+
+advertised_socket read_advertised_socket(const mosquitto_property *properties)
+{
+    advertised_socket found;
+    bool skip_first = false;
+    for (const mosquitto_property *at = properties;; skip_first = true) {
+        char *name = nullptr;
+        char *value = nullptr;
+        at = mosquitto_property_read_string_pair(at, MQTT_PROP_USER_PROPERTY, &name, &value, skip_first);
+        if (at == nullptr)
+            break;
+        if (strcmp(name, kDirectSocketProperty) == 0)
+            found.path = value;
+        else if (strcmp(name, kDirectPidProperty) == 0)
+            found.pid = static_cast<pid_t>(atol(value));
+        else if (strcmp(name, kDirectBootProperty) == 0)
+            found.boot = value;
+        free(name);
+        free(value);
+    }
+    return found;
+}
+
+void record_presence(client_state *client, const std::string &topic, const mosquitto_message *message,
+                     const mosquitto_property *properties)
 {
     std::string service = topic.substr(0, topic.size() - strlen("/state"));
     std::string state(static_cast<const char *>(message->payload),
                       message->payload != nullptr ? static_cast<size_t>(message->payloadlen) : 0);
+    advertised_socket socket;
+    if (state == "online")
+        socket = read_advertised_socket(properties);
     std::lock_guard<std::mutex> hold(client->mutex);
     if (state == "online")
         client->presence[service] = true;
@@ -33,6 +69,27 @@ void record_presence(client_state *client, const std::string &topic, const mosqu
         client->presence[service] = false;
     else
         client->presence.erase(service); // a cleared retained state: unknown again
+    record_route_locked(client, service, state == "online", socket.path, socket.pid, socket.boot);
+}
+
+// Answers a request on the network thread that read it, when its service makes no bus calls and no
+// other handler runs or waits: the request then skips the hand-over to the dispatch thread. Returns
+// false when the request must be queued instead.
+bool serve_inline(client_state *client, const dispatch_item &item, size_t slash)
+{
+    std::unique_lock<std::mutex> lock(client->mutex);
+    auto found = client->services.find(item.topic.substr(0, slash));
+    if (found == client->services.end() || (found->second.flags & BUS_SERVICE_NO_BUS_CALLS) == 0 ||
+        client->handler_running || !client->queue.empty())
+        return false;
+    claim_handler_slot(client, lock, item.topic);
+    thread_local std::vector<char> reply(BUS_SERVICE_REPLY_CAPACITY + 1);
+    int length = serve_request(client, lock, item.topic, item.payload.data(), item.payload.size(), reply);
+    release_handler_slot(client);
+    lock.unlock();
+    if (length >= 0 && !item.response_topic.empty())
+        publish_reply(client, item.response_topic, item.correlation, reply.data(), length);
+    return true;
 }
 
 } // namespace
@@ -106,19 +163,21 @@ void route_message(client_state *client, const mosquitto_message *message, const
     }
     bool dropped = queue_monitor_copy(client, topic, message, item.response_topic, item.correlation);
     if (presence) {
-        record_presence(client, topic, message);
+        record_presence(client, topic, message, properties);
     } else if (slash != std::string::npos &&
                (item.request || topic.compare(slash, 8, "/signal/") == 0)) {
         item.topic = std::move(topic);
         if (message->payload != nullptr && message->payloadlen > 0)
             item.payload.assign(static_cast<const char *>(message->payload),
                                 static_cast<size_t>(message->payloadlen));
-        std::lock_guard<std::mutex> hold(client->mutex);
-        // A monitor subscribes to more than the client handles itself.
-        bool handled = item.request ? client->services.count(item.topic.substr(0, slash)) != 0
-                                    : client->signals.count(item.topic) != 0;
-        if (handled)
-            dropped = enqueue_locked(client, std::move(item)) || dropped;
+        if (!item.request || !serve_inline(client, item, slash)) {
+            std::lock_guard<std::mutex> hold(client->mutex);
+            // A monitor subscribes to more than the client handles itself.
+            bool handled = item.request ? client->services.count(item.topic.substr(0, slash)) != 0
+                                        : client->signals.count(item.topic) != 0;
+            if (handled)
+                dropped = enqueue_locked(client, std::move(item)) || dropped;
+        }
     }
     if (dropped)
         report_drops(client);

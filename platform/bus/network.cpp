@@ -285,6 +285,7 @@ int set_connect_properties(client_state *client)
 
 void network_main(client_state *client, broker_address address)
 {
+    mark_network_thread(client);
     std::unique_lock<std::mutex> lock(client->mutex);
     while (!client->stopping) {
         apply_will_locked(client);

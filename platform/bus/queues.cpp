@@ -98,9 +98,9 @@ void report_drops(client_state *client)
 }
 
 int publish_tracked_locked(client_state *client, int *mid, const std::string &topic, int length,
-                           const void *payload, bool retain)
+                           const void *payload, bool retain, const mosquitto_property *properties)
 {
-    int rc = mosquitto_publish_v5(client->mosq, mid, topic.c_str(), length, payload, kQosSignal, retain, nullptr);
+    int rc = mosquitto_publish_v5(client->mosq, mid, topic.c_str(), length, payload, kQosSignal, retain, properties);
     if (rc == MOSQ_ERR_SUCCESS) {
         client->outgoing[*mid] = static_cast<size_t>(length);
         client->outgoing_bytes += static_cast<size_t>(length);

@@ -22,6 +22,7 @@ extern "C" int bus_service_register_flags(bus_client *handle, const char *servic
     if (client->services.count(service) != 0)
         return BUS_ERR_INVALID;
     client->services[service] = service_entry{handler, user, flags};
+    start_direct_server_locked(client);
     auto deadline = steady::now() + kAckWait;
     if (client->will_service.empty()) {
         // The network thread sets the will before its next connection attempt.

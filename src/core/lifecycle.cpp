@@ -86,6 +86,13 @@ ED_API int ed_get_bus_stats(bus_client_stats *stats)
     return bus_client_get_stats(current_client(), stats) == BUS_OK ? 0 : -1;
 }
 
+ED_API int ed_get_bus_direct_stats(bus_direct_stats *stats)
+{
+    if (stats == nullptr)
+        return -1;
+    return bus_client_get_direct_stats(current_client(), stats) == BUS_OK ? 0 : -1;
+}
+
 ED_API int ed_set_opt(int option, int value)
 {
     try {

@@ -2,7 +2,7 @@
 // A second process on the bus for tests:
 //   bus_peer call NAME SERVICE METHOD BODY   calls once, prints "<result> <reply>"
 //   bus_peer serve NAME SERVICE              answers every method with {"code":0,"peer":<pid>}
-//                                            until SIGTERM
+//                                            until SIGTERM; "sleep" only after 10 s
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -13,8 +13,10 @@
 
 namespace {
 
-int answer(bus_client *, void *, const char *, const char *, int, char *reply, int capacity)
+int answer(bus_client *, void *, const char *method, const char *, int, char *reply, int capacity)
 {
+    if (strcmp(method, "sleep") == 0)
+        sleep(10);
     return snprintf(reply, static_cast<size_t>(capacity), "{\"code\":0,\"peer\":%d}", static_cast<int>(getpid()));
 }
 
