@@ -179,3 +179,14 @@ TEST_F(ConsoleTest, Status_ShouldReportTheServiceOnline)
     EXPECT_NE(call("GET", "/api/status").body.find("\"login\":false"), std::string::npos)
         << "a console on loopback runs without login";
 }
+
+TEST_F(ConsoleTest, Replies_ShouldGoOutUncompressedToABrowser)
+{
+    httplib::Client browser("127.0.0.1", console_.port());
+    browser.set_decompress(false);
+    httplib::Result result = browser.Get("/api/voting", {{"Accept-Encoding", "gzip, deflate, br"}});
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->get_header_value("Content-Encoding"), "");
+    EXPECT_EQ(result->get_header_value("Content-Type"), "application/json; charset=utf-8");
+    EXPECT_EQ(result->body, "{\"status\":0,\"agree\":0,\"disagree\":0,\"abandon\":0,\"total\":0,\"time\":0}\n");
+}

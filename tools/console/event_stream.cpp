@@ -41,7 +41,7 @@ void stream_events(event_hub &hub, room_events &events, const httplib::Request &
 {
     if (!hub.add_client()) {
         response.status = 503;
-        response.set_content("{\"code\":-503,\"error\":\"too many event clients\"}", "application/json");
+        response.set_content("{\"code\":-503,\"error\":\"too many event clients\"}", kJsonType);
         return;
     }
     auto state = std::make_shared<stream_state>(

@@ -11,6 +11,13 @@
 
 namespace console {
 
+// The media type of the API's replies. cpp-httplib compresses a reply typed exactly
+// "application/json" for a client that accepts gzip or brotli (browsers do); the API's replies are
+// a few hundred bytes at most, which compression does not shrink, and brotli's default quality
+// takes most of a millisecond per reply. With the parameter they go out as they are; the page's
+// files and the OpenAPI document, large and rarely fetched, are still compressed.
+constexpr const char *kJsonType = "application/json; charset=utf-8";
+
 // Answers GET `request.path` from the folder whose resolved path is `root` ("/" gives index.html).
 // Only regular files inside the folder are served, whatever the path holds (".." segments, encoded
 // or not, and symbolic links leading out are refused with 404); at most kMaxStaticFile bytes.

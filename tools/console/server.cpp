@@ -34,7 +34,7 @@ std::string read_file(const std::string &path)
 void send(httplib::Response &response, const api_reply &reply)
 {
     response.status = reply.status;
-    response.set_content(json_text(reply.body.get()) + "\n", "application/json");
+    response.set_content(json_text(reply.body.get()) + "\n", kJsonType);
 }
 
 bool changes_state(const std::string &method) { return method == "POST" || method == "PUT" || method == "DELETE"; }
@@ -117,6 +117,7 @@ struct console_server::state {
     login_throttle throttle;
     std::mutex verifying; // one yescrypt hash at a time: each takes tens of MiB
     std::vector<api_route> routes;
+    std::vector<std::regex> patterns; // routes[i].pattern, compiled once: unmatched() tries them all
     int bound_port = 0;
 };
 
@@ -196,9 +197,9 @@ void console_server::state::unmatched(const httplib::Request &request, httplib::
     if (!api && (request.method == "GET" || request.method == "HEAD"))
         return serve_file(www_root, request, response);
     std::string allowed;
-    for (const api_route &route : routes) {
-        if (std::regex_match(request.path, std::regex(route.pattern)))
-            allowed += (allowed.empty() ? "" : ", ") + std::string(route.method);
+    for (size_t i = 0; i < routes.size(); ++i) {
+        if (std::regex_match(request.path, patterns[i]))
+            allowed += (allowed.empty() ? "" : ", ") + std::string(routes[i].method);
     }
     if (allowed.empty())
         return send(response, refusal(404, "no such resource " + request.path));
@@ -289,6 +290,7 @@ void console_server::state::add_routes()
     routes.push_back({"GET", "/api/events", nullptr});
     routes.push_back({"GET", "/api/openapi.json", nullptr});
     for (const api_route &route : routes) {
+        patterns.emplace_back(route.pattern);
         if (route.handler)
             add_api_route(route);
     }
