@@ -10,14 +10,24 @@
 // so that a crash leaves either the old or the new file); the library's writers do the latter, plus
 // the locks that keep other threads and processes out. The microphone control file's operations,
 // whose cost grows with its lists, are measured in microphone_bench.
+//
+// One setter is also measured whole, service call included: SetMicCentralInfo runs
+// ed_set_mic_central_info against the simulator, and in the same iterations the bare replacing
+// cycle on a copy of the same file plus the same request sent with bus_method_call_sync, so that
+// the ratio to their sum is taken under the same load.
+#include <algorithm>
 #include <benchmark/benchmark.h>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "file_cycle.h"
 #include "libvask_external_device.h"
 #include "process.h"
+#include "sim_process.h"
 #include "tulo_log.h"
 
 namespace {
@@ -54,8 +64,10 @@ template <typename Operation>
 void repeat(benchmark::State &state, const char *what, Operation operation)
 {
     config_root root;
+    // Counted here: State::iterations() does not advance inside the loop.
+    int64_t round = 0;
     for (auto _ : state) {
-        if (!operation(root, state.iterations())) {
+        if (!operation(root, round++)) {
             state.SkipWithError(what);
             break;
         }
@@ -158,6 +170,121 @@ void StoreExternalControl(benchmark::State &state)
     });
 }
 
+// The broker and the simulator of SetMicCentralInfo, started by its first run and stopped at exit.
+std::unique_ptr<vask_bench::simulated_box> g_box;
+
+// The median of `samples` in microseconds.
+double median_us(std::vector<double> samples)
+{
+    if (samples.empty())
+        return 0;
+    std::nth_element(samples.begin(), samples.begin() + samples.size() / 2, samples.end());
+    return samples[samples.size() / 2];
+}
+
+// Runs `step` and adds its wall time in microseconds to `samples`; returns what `step` returns.
+template <typename Step>
+bool timed(std::vector<double> &samples, Step &&step)
+{
+    auto start = std::chrono::steady_clock::now();
+    bool ok = step();
+    samples.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
+    return ok;
+}
+
+// The library's setter (read to compare, store, tell the service), the mic central at one of two
+// addresses in turn so that every call writes, against what it cannot do without: one bare
+// replacing cycle on a file of the same size in the same folder, making the same change, and the
+// same request to the service through a bus client of its own, on the same (direct) path. The
+// three are timed in each iteration; the counters are their medians (set_us, bare_cycle_us,
+// call_us), the median of bare cycle + call per iteration (bare_plus_call_us), and
+// vs_bare_plus_call = set_us / bare_plus_call_us.
+void SetMicCentralInfo(benchmark::State &state)
+{
+    if (!g_box) {
+        g_box = std::make_unique<vask_bench::simulated_box>();
+        setenv("VASK_SYSROOT", g_box->root().c_str(), 1);
+        if (!g_box->ready() || ed_init() != 0) {
+            state.SkipWithError("the broker, the simulator or the library did not start");
+            return;
+        }
+    }
+    const std::string folder = g_box->root() + "/etc";
+    const std::string file = folder + "/external_device.json";
+    const std::string bare_file = folder + "/bare_copy.json";
+    std::filesystem::create_directories(folder);
+    vask_test::write_file(file, vask_test::read_file(VASK_DEFAULT_CONFIG));
+    setenv("VASK_SYSROOT", g_box->root().c_str(), 1);
+    bus_client *caller = bus_client_new("bench_caller");
+    external_protocol_info info{};
+    info.enable = true;
+    info.protocol = 1;
+    info.port = "2202";
+    info.username = "admin";
+    info.password = "secret";
+    info.ip_address = "192.0.2.11";
+    // The first call adds the TCP block: from then on every call changes the address alone, and
+    // the copy the bare cycle edits is the file as the setter leaves it.
+    if (caller == nullptr || bus_connect(caller, 0) != BUS_OK || ed_set_mic_central_info(info) != 0) {
+        state.SkipWithError("ed_set_mic_central_info failed");
+        bus_client_free(caller);
+        unsetenv("VASK_SYSROOT");
+        return;
+    }
+    vask_test::write_file(bare_file, vask_test::read_file(file));
+    std::vector<double> set_us, bare_us, call_us;
+    // Counted here: State::iterations() does not advance inside the loop.
+    int64_t round = 0;
+    for (auto _ : state) {
+        const char *address = alternate(round++, "192.0.2.10", "192.0.2.11");
+        info.ip_address = address;
+        char reply[BUS_REPLY_MAX];
+        int length = 0;
+        auto setter = [&] { return timed(set_us, [&info] { return ed_set_mic_central_info(info) == 0; }); };
+        auto baseline = [&] {
+            return timed(bare_us,
+                         [&bare_file, address] {
+                             return vask_bench::bare_cycle(
+                                 bare_file, vask_bench::write_mode::replace, [address](cJSON *root) {
+                                     cJSON *section = cJSON_GetObjectItem(root, "miccentral_control");
+                                     cJSON *tcp = cJSON_GetObjectItem(cJSON_GetObjectItem(section, "parameters"), "tcp");
+                                     vask_bench::set_string(tcp, "ip_address", address);
+                                 });
+                         }) &&
+                   timed(call_us, [caller, &reply, &length] {
+                       return bus_method_call_sync(caller, "external_device", "set_mic_central_info", nullptr, 0,
+                                                   reply, &length, 30) == BUS_OK;
+                   });
+        };
+        // Each side goes first every other iteration, so that neither always writes right after the
+        // other's write (and the disk work that one left behind).
+        bool ok = round % 2 == 0 ? setter() && baseline() : baseline() && setter();
+        if (!ok) {
+            state.SkipWithError("an iteration failed");
+            break;
+        }
+    }
+    bus_direct_stats library{}, bare{};
+    if (!state.error_occurred() &&
+        (ed_get_bus_direct_stats(&library) != 0 || bus_client_get_direct_stats(caller, &bare) != 0 ||
+         library.calls_direct < set_us.size() || bare.calls_direct < call_us.size()))
+        state.SkipWithError("the service calls did not all go over the direct socket");
+    bus_client_free(caller);
+    unsetenv("VASK_SYSROOT");
+    // The baseline is the median of the two steps' sum in each iteration: a disk that stalls now and
+    // then makes the median of a sum larger than the sum of the medians, and the setter's own time
+    // is a median of a sum (its read, its store, its call) as well.
+    std::vector<double> bare_plus_call_us(bare_us.size());
+    for (size_t i = 0; i < bare_us.size() && i < call_us.size(); ++i)
+        bare_plus_call_us[i] = bare_us[i] + call_us[i];
+    double set = median_us(set_us), bare_plus_call = median_us(bare_plus_call_us);
+    state.counters["set_us"] = set;
+    state.counters["bare_cycle_us"] = median_us(bare_us);
+    state.counters["call_us"] = median_us(call_us);
+    state.counters["bare_plus_call_us"] = bare_plus_call;
+    state.counters["vs_bare_plus_call"] = bare_plus_call > 0 ? set / bare_plus_call : 0;
+}
+
 // File operations wait on the disk (fsync) with the CPU idle: wall time is what they cost.
 #define CONFIG_BENCHMARK(name) BENCHMARK(name)->UseRealTime()->Unit(benchmark::kMicrosecond)
 CONFIG_BENCHMARK(BareRead);
@@ -170,7 +297,22 @@ CONFIG_BENCHMARK(BareCycleReplace);
 CONFIG_BENCHMARK(StoreControlDevice);
 CONFIG_BENCHMARK(StoreRS232Control);
 CONFIG_BENCHMARK(StoreExternalControl);
+// Fixed iterations: one run, so the medians come from one set of calls taken in turn.
+CONFIG_BENCHMARK(SetMicCentralInfo)->Iterations(400);
 
 } // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char **argv)
+{
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    TULO_LOG_set_level(0);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    if (g_box) {
+        ed_release();
+        g_box.reset();
+    }
+    return 0;
+}
