@@ -8,8 +8,6 @@
 //   BusDirect  bus_method_call_sync over the direct socket;
 //   UnixFloor  a bare unix-socket (SOCK_SEQPACKET) request and reply with a responder process: the
 //              floor of any local call;
-//   SetMicCentral/disk and BareWritePlusCall/disk: a configuration write on the disk with its
-//              service call, against the bare atomic cJSON cycle plus the same call;
 //   RawMqtt  a hand-written libmosquitto requester against a hand-written responder process;
 //   SdBus    sd_bus_call_method against an sd-bus responder process on a private dbus-daemon;
 //   GDBus    g_dbus_connection_call_sync against a GDBus responder process on the same daemon.
@@ -19,7 +17,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <unistd.h>
@@ -30,7 +27,6 @@
 
 #include "baseline/mqtt_requester.h"
 #include "call_samples.h"
-#include "file_cycle.h"
 #include "dbus/dbus_callers.h"
 #include "dbus/dbus_names.h"
 #include "dbus/private_bus.h"
@@ -125,9 +121,6 @@ std::string environment::start()
     if (!box.ready())
         return "the broker and the simulator did not start";
     setenv("VASK_SYSROOT", box.root().c_str(), 1);
-    // The configuration file the write cases change, as the box has it.
-    std::filesystem::create_directories(box.root() + "/etc");
-    vask_test::write_file(box.root() + "/etc/external_device.json", vask_test::read_file(VASK_DEFAULT_CONFIG));
     if (ed_init() != 0)
         return "ed_init failed";
     client = bus_client_new("bench_client");
@@ -273,53 +266,6 @@ void gdbus_call(benchmark::State &state, const operation *op)
     });
 }
 
-// A configuration write on the disk with its service call: ed_set_mic_central_info (read and compare
-// the stored section, write the file through a flushed temporary file, "set_mic_central_info" over
-// the direct socket), against the bare atomic cJSON cycle on the same file (read, parse, change a
-// member, print, temporary file, fsync, rename, folder fsync) followed by the same call.
-constexpr int kDiskWrites = 300;
-
-const char *alternate_address(int round)
-{
-    return round % 2 == 0 ? "192.0.2.10" : "192.0.2.11";
-}
-
-void SetMicCentral(benchmark::State &state)
-{
-    if (!reopen_library(true)) {
-        state.SkipWithError("the library did not open");
-        return;
-    }
-    int round = 0;
-    measure_calls(state, [&round] {
-        external_protocol_info info{};
-        info.enable = true;
-        info.protocol = 1;
-        info.port = "2202";
-        info.ip_address = alternate_address(round++);
-        info.username = "admin";
-        info.password = "secret";
-        return ed_set_mic_central_info(info) == 0;
-    });
-}
-
-void BareWritePlusCall(benchmark::State &state)
-{
-    std::string path = g_env->box.root() + "/etc/external_device.json";
-    char reply[BUS_REPLY_MAX];
-    int length = 0;
-    int round = 0;
-    measure_calls(state, [&] {
-        bool written = bare_cycle(path, write_mode::replace, [&round](cJSON *root) {
-            cJSON *section = cJSON_GetObjectItemCaseSensitive(root, "miccentral_control");
-            if (section != nullptr)
-                set_string(section, "ip_address", alternate_address(round++));
-        });
-        return written && bus_method_call_sync(g_env->direct_client, "external_device", "set_mic_central_info",
-                                               nullptr, 0, reply, &length, kTimeoutS) == BUS_OK;
-    });
-}
-
 int calls_per_case()
 {
     const char *text = getenv("VASK_BENCH_CALLS");
@@ -356,12 +302,6 @@ int main(int argc, char **argv)
                 ->Iterations(calls)
                 ->UseRealTime()
                 ->Unit(benchmark::kMicrosecond);
-    for (auto write : {std::make_pair("SetMicCentral/disk", SetMicCentral),
-                       std::make_pair("BareWritePlusCall/disk", BareWritePlusCall)})
-        benchmark::RegisterBenchmark(write.first, write.second)
-            ->Iterations(kDiskWrites)
-            ->UseRealTime()
-            ->Unit(benchmark::kMicrosecond);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     g_env->stop();
