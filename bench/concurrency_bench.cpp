@@ -12,6 +12,7 @@
 // reports it as `cpu_us_per_call`, so that a rate that stops growing can be told apart from a
 // caller that waits for another.
 #include <benchmark/benchmark.h>
+#include <chrono>
 #include <memory>
 
 #include "libvask_external_device.h"
@@ -25,11 +26,13 @@ bus_client *g_bus_caller = nullptr; // through the broker
 
 // Runs `call` (true on success) in every thread's loop; the first thread also measures the CPU the
 // calls of all threads cost, between the start and the end of the timed loop, which all threads
-// enter and leave together.
+// enter and leave together: per call (`cpu_us_per_call`) and as the CPUs kept busy meanwhile
+// (`cpus_busy`, CPU seconds per second), which shows when the rate has reached the machine's CPUs.
 template <typename Call>
 void run_calls(benchmark::State &state, Call call)
 {
     double cpu_start = state.thread_index() == 0 ? vask_bench::box_cpu_seconds() : 0;
+    auto start = std::chrono::steady_clock::now();
     for (auto _ : state) {
         if (!call()) {
             state.SkipWithError("call failed");
@@ -37,10 +40,13 @@ void run_calls(benchmark::State &state, Call call)
         }
     }
     state.SetItemsProcessed(state.iterations());
-    if (state.thread_index() == 0)
+    if (state.thread_index() == 0) {
+        double cpu_used = vask_bench::box_cpu_seconds() - cpu_start;
+        double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         state.counters["cpu_us_per_call"] =
-            benchmark::Counter((vask_bench::box_cpu_seconds() - cpu_start) * 1e6 /
-                               static_cast<double>(state.iterations() * state.threads()));
+            benchmark::Counter(cpu_used * 1e6 / static_cast<double>(state.iterations() * state.threads()));
+        state.counters["cpus_busy"] = benchmark::Counter(seconds > 0 ? cpu_used / seconds : 0);
+    }
 }
 
 // The library's calls on one path. The first thread opens the library again for it before the
