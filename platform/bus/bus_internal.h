@@ -232,6 +232,21 @@ void publish_presence(client_state *client, const std::string &service, bool onl
 void announce_offline(client_state *client, std::unique_lock<std::mutex> &lock,
                       const std::vector<std::string> &services);
 
+// The frame of a getter of a client's figures: BUS_ERR_FAILED for a null or freed client,
+// BUS_ERR_INVALID for a null `out`, else `copy(client, out)` with the client's mutex held and BUS_OK.
+template <typename Figures, typename Copy>
+int copy_figures(bus_client *handle, Figures *out, Copy copy)
+{
+    client_state *client = resolve_client(handle);
+    if (client == nullptr)
+        return BUS_ERR_FAILED;
+    if (out == nullptr)
+        return BUS_ERR_INVALID;
+    std::lock_guard<std::mutex> hold(client->mutex);
+    copy(client, out);
+    return BUS_OK;
+}
+
 // Reads VASK_BUS_QUEUE_MESSAGES and VASK_BUS_QUEUE_BYTES into the defaults of a new client.
 queue_limits limits_from_environment();
 

@@ -345,15 +345,10 @@ using namespace vask_bus;
 
 extern "C" int bus_client_get_direct_stats(bus_client *handle, bus_direct_stats *stats)
 {
-    client_state *client = resolve_client(handle);
-    if (client == nullptr)
-        return BUS_ERR_FAILED;
-    if (stats == nullptr)
-        return BUS_ERR_INVALID;
-    std::lock_guard<std::mutex> hold(client->mutex);
-    *stats = client->direct_stats;
-    stats->calls_direct = client->calls_direct.load();
-    return BUS_OK;
+    return copy_figures(handle, stats, [](client_state *client, bus_direct_stats *out) {
+        *out = client->direct_stats;
+        out->calls_direct = client->calls_direct.load();
+    });
 }
 
 extern "C" int bus_client_set_direct(bus_client *handle, int enabled)

@@ -130,16 +130,11 @@ extern "C" int bus_client_set_limits(bus_client *handle, int dispatch_messages, 
 
 extern "C" int bus_client_get_stats(bus_client *handle, bus_client_stats *stats)
 {
-    client_state *client = resolve_client(handle);
-    if (client == nullptr)
-        return BUS_ERR_FAILED;
-    if (stats == nullptr)
-        return BUS_ERR_INVALID;
-    std::lock_guard<std::mutex> hold(client->mutex);
-    *stats = client->stats;
-    stats->dispatch_queued = client->queue.size();
-    stats->dispatch_bytes = client->queue_bytes;
-    stats->send_queued = client->outgoing.size();
-    stats->send_bytes = client->outgoing_bytes;
-    return BUS_OK;
+    return copy_figures(handle, stats, [](client_state *client, bus_client_stats *out) {
+        *out = client->stats;
+        out->dispatch_queued = client->queue.size();
+        out->dispatch_bytes = client->queue_bytes;
+        out->send_queued = client->outgoing.size();
+        out->send_bytes = client->outgoing_bytes;
+    });
 }
