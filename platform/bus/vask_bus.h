@@ -185,9 +185,13 @@ VASK_BUS_API int bus_connect(bus_client *client, int flags);
  * bytes; on BUS_OK it receives the reply text followed by a zero byte and `*reply_length` its length
  * without the zero (0 for an empty reply). `timeout_s` (1 to 3600) bounds the wait and is the
  * request's message expiry, so a request that waited out a disconnection is never executed late.
- * Blocks the calling thread; safe from many threads on one client and from handlers.
+ * Blocks the calling thread; safe from many threads on one client and from handlers (except, on
+ * the same client, from a handler of a service registered with BUS_SERVICE_NO_BUS_CALLS). Goes over
+ * the service's direct socket when it offers one on this host (see "Direct path").
  * @return BUS_OK; BUS_ERR_TIMEOUT when no reply came in time; BUS_ERR_FAILED when not connected
- * (at once) or for a null or freed client; BUS_ERR_INVALID for bad arguments; BUS_ERR_NO_SERVICE at
+ * (at once; a service reached over its direct socket is still called) or when the connection the
+ * call waits on is lost, or for a null or freed client; BUS_ERR_INVALID for bad arguments, or on the
+ * network thread of the same client; BUS_ERR_NO_SERVICE at
  * once when the service's presence is "offline"; BUS_ERR_REPLY_TOO_LARGE when the reply has
  * BUS_REPLY_MAX bytes or more (nothing is written, `*reply_length` is 0). On every result but
  * BUS_OK, `reply` is left untouched and `*reply_length` (when not NULL) is 0.
