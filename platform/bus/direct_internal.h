@@ -5,10 +5,8 @@
 #ifndef VASK_BUS_DIRECT_INTERNAL_H
 #define VASK_BUS_DIRECT_INTERNAL_H
 
-#include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -50,7 +48,6 @@ struct reply_head {
 // Bodies larger than this go through the broker: a frame must fit a socket's send buffer whole.
 constexpr size_t kDirectBodyMax = 60 * 1024;
 constexpr size_t kRequestFrameMax = sizeof(request_head) + 2 * 64 * 1024 + kDirectBodyMax;
-constexpr size_t kReplyFrameMax = sizeof(reply_head) + 65536;
 
 // Where a service says it answers directly, from its "online" presence.
 struct direct_route {

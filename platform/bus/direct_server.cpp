@@ -127,15 +127,15 @@ bool answer(client_state *client, int fd, const char *frame, size_t size, std::v
     if (head.magic != kRequestMagic ||
         size != sizeof head + head.service_length + head.method_length + head.body_length)
         return false;
-    const char *service = frame + sizeof head;
-    const char *method = service + head.service_length;
-    std::string topic = method_topic(std::string(service, head.service_length), std::string(method, head.method_length));
+    const char *names = frame + sizeof head;
+    std::string service(names, head.service_length);
+    std::string topic = method_topic(service, std::string(names + head.service_length, head.method_length));
     // The body is handed on zero-terminated, as from the broker.
-    std::string body(method + head.method_length, head.body_length);
+    std::string body(names + head.service_length + head.method_length, head.body_length);
     steady::time_point expires{std::chrono::nanoseconds(head.expires_ns)};
 
     std::unique_lock<std::mutex> lock(client->mutex);
-    if (client->services.count(std::string(service, head.service_length)) == 0) {
+    if (client->services.count(service) == 0) {
         lock.unlock();
         send_reply(fd, head.id, kReplyNoService, nullptr, 0);
         return true;
