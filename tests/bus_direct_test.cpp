@@ -432,3 +432,63 @@ TEST_F(BusDirectTest, ServiceThatMakesNoBusCalls_ShouldBeAnsweredOnTheNetworkThr
     EXPECT_STREQ(reply, "0");
     bus_client_free(provider);
 }
+
+TEST_F(BusDirectTest, CallerThatReadsNoReplies_ShouldBeDisconnectedWithoutHoldingTheOthers)
+{
+    std::string path = socket_path();
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    int greedy = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+    ASSERT_EQ(connect(greedy, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    // Requests without end, their replies never read: the service's replies to it pile up until it
+    // can send no more.
+    std::string frame = ping_frame();
+    auto until = std::chrono::steady_clock::now() + 3s;
+    int sent = 0;
+    bool cut_off = false;
+    while (!cut_off && sent < 5000 && std::chrono::steady_clock::now() < until) {
+        if (send(greedy, frame.data(), frame.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) {
+            ++sent;
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            pollfd polled{greedy, POLLOUT, 0};
+            poll(&polled, 1, 50);
+        } else {
+            cut_off = true; // the service has already ended the connection
+        }
+    }
+    ASSERT_GT(sent, 100) << "too few requests to fill the way back";
+    // Another caller is answered within the 1 s the service gives the greedy one, and a little more.
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(call("ping", ""), BUS_OK);
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 3.0);
+    EXPECT_GE(direct_stats_of(client_).calls_direct, 1u);
+    // The greedy caller finds its connection ended once it reads what was sent to it.
+    char reply[256];
+    ssize_t got = 1;
+    auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (got > 0 && std::chrono::steady_clock::now() < deadline) {
+        pollfd polled{greedy, POLLIN, 0};
+        if (poll(&polled, 1, 1000) == 1)
+            got = recv(greedy, reply, sizeof reply, 0);
+    }
+    EXPECT_LE(got, 0) << "the service kept the caller that read nothing";
+    close(greedy);
+}
+
+TEST_F(BusDirectTest, ServiceSwitchedOffOnItsClient_ShouldStopListeningAtItsNextConnection)
+{
+    std::string path = socket_path();
+    ASSERT_FALSE(path.empty());
+    ASSERT_EQ(bus_client_set_direct(service_->client(), 0), BUS_OK);
+    ASSERT_EQ(bus_disconnect(service_->client()), BUS_OK);
+    ASSERT_EQ(bus_connect(service_->client(), 0), BUS_OK);
+    ASSERT_TRUE(vask_test::eventually([&] { return presence().state == "online"; }));
+    EXPECT_EQ(presence().properties.count("direct-socket"), 0u);
+    struct stat info{};
+    EXPECT_NE(stat(path.c_str(), &info), 0) << "the old socket was left behind";
+    ASSERT_TRUE(vask_test::eventually([&] { return call("ping", "") == BUS_OK; }));
+    unsigned long long before = direct_stats_of(client_).calls_broker;
+    EXPECT_EQ(call("ping", ""), BUS_OK);
+    EXPECT_EQ(direct_stats_of(client_).calls_broker, before + 1);
+}
