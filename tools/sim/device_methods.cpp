@@ -11,7 +11,7 @@ std::string simulator::voting_step(int (vote::*step)(), bool with_results)
 {
     int code = step != nullptr ? (vote_.*step)() : 0;
     if (step != nullptr && code == 0)
-        emit_from_service("voting_results_event", vote_.results_json());
+        emit("voting_results_event", vote_.results_json());
     if (!with_results || code != 0)
         return reply_text(code);
     return reply_text(0, ",\"voting_results\":" + vote_.results_json());

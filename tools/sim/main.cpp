@@ -104,9 +104,7 @@ int run(bool foreground)
         return 1;
     }
     vask_sim::simulator simulator(device, control);
-    // The box's service answers without calls of its own: on the network thread, with no hand-over.
-    bus_service_register_flags(device, vask_sim::kServiceName, vask_sim::simulator::handle_device, &simulator,
-                               BUS_SERVICE_NO_BUS_CALLS);
+    bus_service_register(device, vask_sim::kServiceName, vask_sim::simulator::handle_device, &simulator);
     bus_service_register(control, vask_sim::kControlService, vask_sim::simulator::handle_control, &simulator);
     int rc = bus_connect(device, 0);
     if (rc == BUS_OK)

@@ -123,13 +123,6 @@ void simulator::emit(const char *event, const std::string &payload)
     emit_waiting(event, payload);
 }
 
-void simulator::emit_from_service(const char *event, const std::string &payload)
-{
-    int rc = bus_signal_emit(device_, kServiceName, event, payload.data(), static_cast<int>(payload.size()));
-    if (rc != BUS_OK)
-        TULO_LOG_write_newline(kLogModule, 1, kLogSource, __LINE__, "emit", "signal %s not sent (%d)", event, rc);
-}
-
 int simulator::emit_waiting(const char *event, const std::string &payload)
 {
     // A burst may outrun the broker's acknowledgements: wait for room in the sending queue rather

@@ -60,10 +60,6 @@ private:
     void emit(const char *event, const std::string &payload);
     // Emits, waiting up to kEmitRoomWait while the sending queue is full; the bus's result.
     int emit_waiting(const char *event, const std::string &payload);
-    // Emits from a handler of the box's service, which runs on the device client's network thread:
-    // the sending queue only empties as that thread reads the broker's acknowledgements, so it does
-    // not wait for room; a refused signal is logged.
-    void emit_from_service(const char *event, const std::string &payload);
 
     // The box's service.
     std::string query_voting(const cJSON *);
