@@ -105,13 +105,7 @@ std::string simulator::emit_any(const cJSON *body)
         return reply_text(kCodeBadRequest);
     std::string text = cJSON_IsString(payload) ? payload->valuestring : print(payload);
     size_t counter = cJSON_IsString(payload) ? text.find("%d") : std::string::npos;
-    for (int i = 0; i < count; ++i) {
-        std::string one = text;
-        if (counter != std::string::npos)
-            one.replace(counter, 2, std::to_string(i));
-        if (emit_waiting(event.c_str(), one) != BUS_OK)
-            return reply_text(kCodeBadRequest);
-    }
+    outbox_.push_back({event, text, counter, count, true});
     return reply_text(0);
 }
 

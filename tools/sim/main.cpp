@@ -104,7 +104,9 @@ int run(bool foreground)
         return 1;
     }
     vask_sim::simulator simulator(device, control);
-    bus_service_register(device, vask_sim::kServiceName, vask_sim::simulator::handle_device, &simulator);
+    // The box's service makes no calls of its own: it answers on the network thread, with no hand-over.
+    bus_service_register_flags(device, vask_sim::kServiceName, vask_sim::simulator::handle_device, &simulator,
+                               BUS_SERVICE_NO_BUS_CALLS);
     bus_service_register(control, vask_sim::kControlService, vask_sim::simulator::handle_control, &simulator);
     int rc = bus_connect(device, 0);
     if (rc == BUS_OK)

@@ -120,20 +120,47 @@ int simulator::answer(const std::string &text, char *reply, int capacity)
 
 void simulator::emit(const char *event, const std::string &payload)
 {
-    emit_waiting(event, payload);
+    outbox_.push_back({event, payload});
 }
 
-int simulator::emit_waiting(const char *event, const std::string &payload)
+bool simulator::send_emissions(std::vector<emission> emissions, bool wait_for_room)
 {
-    // A burst may outrun the broker's acknowledgements: wait for room in the sending queue rather
-    // than lose a signal, but not for ever.
-    auto deadline = std::chrono::steady_clock::now() + kEmitRoomWait;
-    int rc;
-    while ((rc = bus_signal_emit(device_, kServiceName, event, payload.data(), static_cast<int>(payload.size()))) ==
-               BUS_ERR_QUEUE_FULL &&
-           std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return rc;
+    for (const emission &e : emissions) {
+        for (int i = 0; i < e.count; ++i) {
+            std::string one = e.payload;
+            if (e.counter != std::string::npos)
+                one.replace(e.counter, 2, std::to_string(i));
+            // A burst may outrun the broker's acknowledgements: wait for room in the sending queue
+            // rather than lose a signal, but not for ever.
+            auto deadline = std::chrono::steady_clock::now() + kEmitRoomWait;
+            int rc;
+            while ((rc = bus_signal_emit(device_, kServiceName, e.event.c_str(), one.data(),
+                                         static_cast<int>(one.size()))) == BUS_ERR_QUEUE_FULL &&
+                   wait_for_room && std::chrono::steady_clock::now() < deadline)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            if (rc == BUS_OK)
+                continue;
+            TULO_LOG_write_newline(kLogModule, 1, kLogSource, __LINE__, "emit", "signal %s not sent (%d)",
+                                   e.event.c_str(), rc);
+            if (e.reported)
+                return false;
+        }
+    }
+    return true;
+}
+
+int simulator::run_method(const method &found, const cJSON *body, bool wait_for_room, char *reply, int capacity)
+{
+    std::string text;
+    std::vector<emission> emissions;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        text = found(*this, body);
+        emissions.swap(outbox_);
+    }
+    if (!send_emissions(std::move(emissions), wait_for_room))
+        text = reply_text(kCodeBadRequest);
+    return answer(text, reply, capacity);
 }
 
 int simulator::handle_device(bus_client *, void *user, const char *method, const char *body, int body_length,
@@ -143,17 +170,19 @@ int simulator::handle_device(bus_client *, void *user, const char *method, const
     std::string text(body, static_cast<size_t>(body_length));
     TULO_LOG_write_newline(kLogModule, 2, kLogSource, __LINE__, "handle", "%s %s", method, text.c_str());
     json_ptr parsed(cJSON_Parse(text.c_str()));
-    std::lock_guard<std::mutex> hold(self->mutex_);
-    self->calls_.push_back({method, text});
-    auto canned = self->canned_.find(method);
-    if (canned != self->canned_.end())
-        return canned->second.silent ? -1 : answer(canned->second.text, reply, capacity);
+    {
+        std::lock_guard<std::mutex> hold(self->mutex_);
+        self->calls_.push_back({method, text});
+        auto canned = self->canned_.find(method);
+        if (canned != self->canned_.end())
+            return canned->second.silent ? -1 : answer(canned->second.text, reply, capacity);
+    }
     auto found = self->device_methods_.find(method);
     if (found == self->device_methods_.end()) {
         TULO_LOG_write_newline(kLogModule, 1, kLogSource, __LINE__, "handle", "unknown method %s", method);
         return answer(reply_text(kCodeUnknownMethod), reply, capacity);
     }
-    return answer(found->second(*self, parsed.get()), reply, capacity);
+    return self->run_method(found->second, parsed.get(), false, reply, capacity);
 }
 
 int simulator::handle_control(bus_client *, void *user, const char *method, const char *body, int body_length,
@@ -161,11 +190,10 @@ int simulator::handle_control(bus_client *, void *user, const char *method, cons
 {
     auto *self = static_cast<simulator *>(user);
     json_ptr parsed(cJSON_Parse(std::string(body, static_cast<size_t>(body_length)).c_str()));
-    std::lock_guard<std::mutex> hold(self->mutex_);
     auto found = self->control_methods_.find(method);
     if (found == self->control_methods_.end())
         return answer(reply_text(kCodeUnknownMethod), reply, capacity);
-    return answer(found->second(*self, parsed.get()), reply, capacity);
+    return self->run_method(found->second, parsed.get(), true, reply, capacity);
 }
 
 std::string simulator::mic_event_payload(const mic &m, bool on) const

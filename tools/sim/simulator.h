@@ -56,10 +56,26 @@ private:
     };
     using mic = std::pair<std::string, std::string>; // group, id
 
+    // Signals a handler asks for, sent once it has let go of the lock: `count` copies of `payload`,
+    // the first "%d" at `counter` (npos: none) replaced by the copy's number.
+    struct emission {
+        std::string event;
+        std::string payload;
+        size_t counter = std::string::npos;
+        int count = 1;
+        bool reported = false; // a signal that cannot be sent turns the handler's reply into an error
+    };
+
     static int answer(const std::string &text, char *reply, int capacity);
+    // Queues a signal for the end of the running handler (mutex_ held).
     void emit(const char *event, const std::string &payload);
-    // Emits, waiting up to kEmitRoomWait while the sending queue is full; the bus's result.
-    int emit_waiting(const char *event, const std::string &payload);
+    // Sends what the handler queued. The control service waits up to kEmitRoomWait for room in a full
+    // sending queue; the box's service runs on the device client's network thread, which alone empties
+    // that queue, so it never waits and a refused signal is logged. False when a reported one failed.
+    bool send_emissions(std::vector<emission> emissions, bool wait_for_room);
+    // Runs `found` under the lock, then sends its signals without it: a handler of the other service
+    // never waits behind a signal waiting for room.
+    int run_method(const method &found, const cJSON *body, bool wait_for_room, char *reply, int capacity);
 
     // The box's service.
     std::string query_voting(const cJSON *);
@@ -103,6 +119,7 @@ private:
     const std::map<std::string, method> control_methods_;
 
     std::mutex mutex_; // guards everything below; both services' handlers take it
+    std::vector<emission> outbox_; // the running handler's signals
     vote vote_;
     int isconnect_ = 0;
     bool hid_ = false;
