@@ -280,8 +280,9 @@ void network_main(client_state *client, broker_address address);
 void subscribe_monitor_locked(client_state *client);
 
 // Queues the monitor's copy of an arriving message (`topic` without the namespace) when the
-// client's monitor watches it; true when that dropped something from the full queue.
-bool queue_monitor_copy(client_state *client, const std::string &topic, const mosquitto_message *message,
+// client's monitor watches it, and then sets `*queued`; true when that dropped something from the
+// full queue.
+bool queue_monitor_copy(client_state *client, bool *queued, const std::string &topic, const mosquitto_message *message,
                         const std::string &response_topic, const std::string &correlation);
 
 // Hands a monitor's copy to the monitor's handler (dispatch thread, mutex held through `lock`).

@@ -115,7 +115,10 @@ void release_handler_slot(client_state *client)
     client->running_topic.clear();
     ++client->handlers_finished;
     client->handler_done.notify_all();
-    client->queue_changed.notify_one();
+    // The dispatch thread waits for the slot only with something queued; woken for nothing, it
+    // would cost a context switch for every request answered on another thread.
+    if (!client->queue.empty())
+        client->queue_changed.notify_one();
 }
 
 bool on_network_thread(const client_state *client)

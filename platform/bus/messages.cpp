@@ -161,7 +161,8 @@ void route_message(client_state *client, const mosquitto_message *message, const
         // Presence, and the replies to other clients that only a monitor subscribes to.
         item.correlation = read_correlation(properties);
     }
-    bool dropped = queue_monitor_copy(client, topic, message, item.response_topic, item.correlation);
+    bool queued = false;
+    bool dropped = queue_monitor_copy(client, &queued, topic, message, item.response_topic, item.correlation);
     if (presence) {
         record_presence(client, topic, message, properties);
     } else if (slash != std::string::npos &&
@@ -175,15 +176,19 @@ void route_message(client_state *client, const mosquitto_message *message, const
             // A monitor subscribes to more than the client handles itself.
             bool handled = item.request ? client->services.count(item.topic.substr(0, slash)) != 0
                                         : client->signals.count(item.topic) != 0;
-            if (handled)
+            if (handled) {
                 dropped = enqueue_locked(client, std::move(item)) || dropped;
+                queued = true;
+            }
         }
     }
     if (dropped)
         report_drops(client);
     // Woken after the unlock: a dispatch thread woken while the mutex is still held would only
-    // block on it again, a context switch more per message when the two threads share a CPU.
-    client->queue_changed.notify_one();
+    // block on it again, a context switch more per message when the two threads share a CPU. And
+    // only for a message it has to handle: a request answered here or presence is none of its business.
+    if (queued)
+        client->queue_changed.notify_one();
 }
 
 } // namespace

@@ -47,7 +47,7 @@ void subscribe_monitor_locked(client_state *client)
     subscribe_locked(client, std::string(kReplyPrefix) + "+", kQosRequest);
 }
 
-bool queue_monitor_copy(client_state *client, const std::string &topic, const mosquitto_message *message,
+bool queue_monitor_copy(client_state *client, bool *queued, const std::string &topic, const mosquitto_message *message,
                         const std::string &response_topic, const std::string &correlation)
 {
     std::lock_guard<std::mutex> hold(client->mutex);
@@ -63,6 +63,7 @@ bool queue_monitor_copy(client_state *client, const std::string &topic, const mo
         item.payload.assign(static_cast<const char *>(message->payload), static_cast<size_t>(message->payloadlen));
     item.response_topic = response_topic;
     item.correlation = correlation;
+    *queued = true;
     return enqueue_locked(client, std::move(item));
 }
 
