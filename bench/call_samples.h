@@ -18,6 +18,13 @@ namespace vask_bench {
 // Calls before the measured ones: connections, subscriptions and caches settle.
 constexpr int kWarmupCalls = 50;
 
+// The nearest-rank percentile `fraction` of sorted `micros` (not empty).
+inline double rank(const std::vector<double> &micros, double fraction)
+{
+    size_t index = static_cast<size_t>(std::ceil(fraction * static_cast<double>(micros.size())));
+    return micros[std::min(micros.size(), std::max<size_t>(index, 1)) - 1];
+}
+
 // Runs `call` (a callable returning true on success) once per iteration and times each call; the
 // first failure ends the benchmark with an error.
 template <typename Call>
@@ -46,12 +53,52 @@ void measure_calls(benchmark::State &state, Call call)
         return;
     state.counters["cpu_us_per_call"] = cpu_used * 1e6 / static_cast<double>(micros.size());
     std::sort(micros.begin(), micros.end());
-    auto rank = [&micros](double fraction) {
-        size_t index = static_cast<size_t>(std::ceil(fraction * static_cast<double>(micros.size())));
-        return micros[std::min(micros.size(), std::max<size_t>(index, 1)) - 1];
+    state.counters["p50_us"] = rank(micros, 0.50);
+    state.counters["p99_us"] = rank(micros, 0.99);
+    state.counters["calls"] = static_cast<double>(micros.size());
+}
+
+// Two ways of making the same call, taken turn about in the same iterations, so that whatever the
+// machine does meanwhile (other virtual machines, frequency changes) falls on both alike:
+// p50_us and p99_us of `call`, baseline_p50_us of `baseline`, and vs_baseline, the ratio of the two
+// medians.
+template <typename Call, typename Baseline>
+void measure_paired(benchmark::State &state, Call call, Baseline baseline)
+{
+    for (int i = 0; i < kWarmupCalls; ++i) {
+        if (!call() || !baseline()) {
+            state.SkipWithError("a warm-up call failed");
+            return;
+        }
+    }
+    std::vector<double> micros, baseline_micros;
+    micros.reserve(static_cast<size_t>(state.max_iterations));
+    baseline_micros.reserve(static_cast<size_t>(state.max_iterations));
+    auto timed = [](auto &&one, std::vector<double> &into) {
+        auto start = std::chrono::steady_clock::now();
+        bool ok = one();
+        into.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
+        return ok;
     };
-    state.counters["p50_us"] = rank(0.50);
-    state.counters["p99_us"] = rank(0.99);
+    bool first = true;
+    for (auto _ : state) {
+        // Alternating which one goes first keeps a cache or a wake-up left by one off the other.
+        bool ok = first ? timed(call, micros) && timed(baseline, baseline_micros)
+                        : timed(baseline, baseline_micros) && timed(call, micros);
+        first = !first;
+        if (!ok) {
+            state.SkipWithError("a call failed");
+            break;
+        }
+    }
+    if (micros.empty() || baseline_micros.empty())
+        return;
+    std::sort(micros.begin(), micros.end());
+    std::sort(baseline_micros.begin(), baseline_micros.end());
+    state.counters["p50_us"] = rank(micros, 0.50);
+    state.counters["p99_us"] = rank(micros, 0.99);
+    state.counters["baseline_p50_us"] = rank(baseline_micros, 0.50);
+    state.counters["vs_baseline"] = rank(micros, 0.50) / rank(baseline_micros, 0.50);
     state.counters["calls"] = static_cast<double>(micros.size());
 }
 

@@ -10,7 +10,9 @@
 //              floor of any local call;
 //   RawMqtt  a hand-written libmosquitto requester against a hand-written responder process;
 //   SdBus    sd_bus_call_method against an sd-bus responder process on a private dbus-daemon;
-//   GDBus    g_dbus_connection_call_sync against a GDBus responder process on the same daemon.
+//   GDBus    g_dbus_connection_call_sync against a GDBus responder process on the same daemon;
+//   LibraryVsRawMqtt  Library and RawMqtt taken turn about in the same iterations (vs_baseline: the
+//              ratio of their medians), the fairest comparison on a machine whose speed drifts.
 // Each for two operations with the library's own payloads: get_voting (no body, the voting reply)
 // and set_imshare (body {"hid":true}, reply {"code":0}); the baselines answer the simulator's texts.
 #include <benchmark/benchmark.h>
@@ -250,6 +252,22 @@ void raw_mqtt_call(benchmark::State &state, const operation *op)
         state, [&] { return g_env->raw->call(topic, op->body, reply, kTimeoutS) && reply == op->reply; });
 }
 
+// The library through the broker and the raw requester, call about call in the same iterations.
+void library_vs_raw_call(benchmark::State &state, const operation *op)
+{
+    bus_direct_stats before{}, after{};
+    if (!reopen_library(false) || ed_get_bus_direct_stats(&before) != 0) {
+        state.SkipWithError("the library did not open");
+        return;
+    }
+    std::string topic = std::string(kRawService) + "/method/" + op->method;
+    std::string reply;
+    measure_paired(state, op->library,
+                   [&] { return g_env->raw->call(topic, op->body, reply, kTimeoutS) && reply == op->reply; });
+    ed_get_bus_direct_stats(&after);
+    check_path(state, before, after, false, static_cast<unsigned long long>(state.iterations()));
+}
+
 void sdbus_call(benchmark::State &state, const operation *op)
 {
     std::string reply;
@@ -294,6 +312,7 @@ int main(int argc, char **argv)
     } transports[] = {
         {"Library", library_call}, {"Direct", direct_call}, {"Bus", bus_call},     {"BusDirect", bus_direct_call},
         {"RawMqtt", raw_mqtt_call}, {"SdBus", sdbus_call},  {"GDBus", gdbus_call}, {"UnixFloor", unix_floor_call},
+        {"LibraryVsRawMqtt", library_vs_raw_call},
     };
     int calls = calls_per_case();
     for (const operation &op : g_operations)

@@ -235,3 +235,39 @@ TEST_F(SimEndToEndTest, Calls_ShouldListEveryMethodAndBodyReceived)
     EXPECT_EQ(control("clear_calls"), kOk);
     EXPECT_EQ(control("calls"), "{\"code\":0,\"total\":0,\"next\":0,\"calls\":[]}");
 }
+
+TEST_F(SimEndToEndTest, Calls_ShouldKeepTheLastTenThousandAndCountEveryOne)
+{
+    ed_voting_info info{};
+    for (int i = 0; i < 10002; ++i)
+        ASSERT_EQ(ed_get_voting(info), 0);
+    // A body is kept as far as "calls" shows it: 1,024 bytes.
+    std::string body = "{\"hid\":true,\"pad\":\"" + std::string(2000, 'x') + "\"}";
+    char reply[BUS_REPLY_MAX];
+    int length = 0;
+    ASSERT_EQ(bus_method_call_sync(control_, "external_device", "set_imshare_info", body.data(),
+                                   static_cast<int>(body.size()), reply, &length, 5),
+              BUS_OK);
+
+    // Every call is counted; the first three are gone, so a page asked from 1 starts at 3.
+    std::string page = control("calls", "{\"from\":1}");
+    cJSON *parsed = cJSON_Parse(page.c_str());
+    ASSERT_NE(parsed, nullptr) << page;
+    EXPECT_EQ(cJSON_GetObjectItem(parsed, "total")->valueint, 10003);
+    int next = cJSON_GetObjectItem(parsed, "next")->valueint;
+    const cJSON *shown = cJSON_GetObjectItem(parsed, "calls");
+    ASSERT_GT(cJSON_GetArraySize(shown), 0);
+    EXPECT_EQ(next - cJSON_GetArraySize(shown), 3);
+    EXPECT_STREQ(cJSON_GetObjectItem(cJSON_GetArrayItem(shown, 0), "method")->valuestring, "query_voting");
+    cJSON_Delete(parsed);
+
+    EXPECT_EQ(control("calls", "{\"from\":10002}"),
+              "{\"code\":0,\"total\":10003,\"next\":10003,\"calls\":[{\"method\":\"set_imshare_info\",\"body\":\"" +
+                  [&] {
+                      std::string escaped;
+                      for (char c : body.substr(0, 1024))
+                          escaped += c == '"' ? std::string("\\\"") : std::string(1, c);
+                      return escaped;
+                  }() +
+                  "\"}]}");
+}

@@ -12,7 +12,6 @@ namespace {
 constexpr int kMaxEmitCount = 1000000;
 // A "calls" reply stays well inside a caller's reply buffer.
 constexpr size_t kCallsReplyBudget = BUS_REPLY_MAX - 200;
-constexpr size_t kCallBodyShown = 1024;
 
 bool mic_of(const cJSON *body, std::pair<std::string, std::string> *m)
 {
@@ -157,24 +156,28 @@ std::string simulator::calls(const cJSON *body)
     size_t from = cJSON_IsNumber(from_item) && from_item->valueint > 0 ? static_cast<size_t>(from_item->valueint) : 0;
     json_ptr list(cJSON_CreateArray());
     size_t used = 0;
-    size_t next = from;
-    for (; next < calls_.size(); ++next) {
+    size_t total = calls_first_ + calls_.size();
+    // Calls older than the record are gone: the page starts at the oldest one kept.
+    size_t next = std::max(from, calls_first_);
+    for (; next < total; ++next) {
+        const call &c = calls_[next - calls_first_];
         json_ptr entry(cJSON_CreateObject());
-        cJSON_AddStringToObject(entry.get(), "method", calls_[next].method.c_str());
-        cJSON_AddStringToObject(entry.get(), "body", calls_[next].body.substr(0, kCallBodyShown).c_str());
+        cJSON_AddStringToObject(entry.get(), "method", c.method.c_str());
+        cJSON_AddStringToObject(entry.get(), "body", c.body.c_str());
         size_t size = print(entry.get()).size() + 1;
         if (used + size > kCallsReplyBudget)
             break;
         used += size;
         cJSON_AddItemToArray(list.get(), entry.release());
     }
-    return reply_text(0, ",\"total\":" + std::to_string(calls_.size()) + ",\"next\":" + std::to_string(next) +
+    return reply_text(0, ",\"total\":" + std::to_string(total) + ",\"next\":" + std::to_string(next) +
                              ",\"calls\":" + print(list.get()));
 }
 
 std::string simulator::clear_calls(const cJSON *)
 {
     calls_.clear();
+    calls_first_ = 0;
     return reply_text(0);
 }
 

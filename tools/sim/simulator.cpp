@@ -172,7 +172,11 @@ int simulator::handle_device(bus_client *, void *user, const char *method, const
     json_ptr parsed(cJSON_Parse(text.c_str()));
     {
         std::lock_guard<std::mutex> hold(self->mutex_);
-        self->calls_.push_back({method, text});
+        if (self->calls_.size() == kCallsKept) {
+            self->calls_.pop_front();
+            ++self->calls_first_;
+        }
+        self->calls_.push_back({method, text.substr(0, kCallBodyShown)});
         auto canned = self->canned_.find(method);
         if (canned != self->canned_.end())
             return canned->second.silent ? -1 : answer(canned->second.text, reply, capacity);

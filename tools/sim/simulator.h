@@ -4,6 +4,7 @@
 #define VASK_SIM_SIMULATOR_H
 
 #include <chrono>
+#include <deque>
 #include <cjson/cJSON.h>
 #include <functional>
 #include <map>
@@ -30,6 +31,11 @@ std::string reply_text(int code, const std::string &members = std::string());
 std::string string_member(const cJSON *object, const char *key);
 // `json` printed unformatted.
 std::string print(const cJSON *json);
+
+// The calls of "external_device" kept for the control service's "calls": the last ones, so that a
+// simulator under load for days keeps a bounded record; each body kept as far as "calls" shows it.
+constexpr size_t kCallsKept = 10000;
+constexpr size_t kCallBodyShown = 1024;
 
 // How long a signal waits for room in a full sending queue before it is given up.
 constexpr std::chrono::seconds kEmitRoomWait{10};
@@ -127,7 +133,8 @@ private:
     std::set<mic> listed_mics_;
     std::vector<mic> mics_on_; // in the order they went on
     std::map<std::string, canned> canned_;
-    std::vector<call> calls_;
+    std::deque<call> calls_;  // the last kCallsKept calls received
+    size_t calls_first_ = 0;  // the number of calls_.front() since the last clear_calls
     int last_macro_ = 0; // the remote controller's macro run last; 0: none
     std::map<std::string, json_ptr> applied_; // section name -> the section as last applied
 };
