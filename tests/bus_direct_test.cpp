@@ -125,9 +125,35 @@ std::string ping_frame()
     return frame + "external_device" + "ping";
 }
 
+// What came back on a direct socket: 0 an answer, 1 the connection closed or refused without one.
+int answered_or_refused(int fd)
+{
+    char reply[256];
+    ssize_t size = recv(fd, reply, sizeof reply, 0);
+    vask_bus::reply_head head{};
+    if (size < static_cast<ssize_t>(sizeof head))
+        return 1;
+    memcpy(&head, reply, sizeof head);
+    return head.magic == vask_bus::kReplyMagic && head.status == vask_bus::kReplyAnswered ? 0 : 1;
+}
+
+// Connects to the direct socket at `path`; -1 when it cannot.
+int connect_direct(const std::string &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
 // In a child process running as `uid` (nobody for a stranger): connects to the socket at `path`,
-// sends a ping and waits 2 s for anything. Returns the child's exit code: 0 answered, 1 closed
-// without an answer, 2 nothing at all, 3 could not connect or send, 4 could not change user.
+// sends a ping and waits 2 s for anything. Returns the child's exit code: 0 answered, 1 closed or
+// refused without an answer, 2 nothing at all, 3 could not connect or send, 4 could not change user.
 int ping_as(uid_t uid, const std::string &path)
 {
     pid_t child = fork();
@@ -146,8 +172,7 @@ int ping_as(uid_t uid, const std::string &path)
         pollfd polled{fd, POLLIN, 0};
         if (poll(&polled, 1, 2000) != 1)
             _exit(2);
-        char reply[256];
-        _exit(recv(fd, reply, sizeof reply, 0) > 0 ? 0 : 1);
+        _exit(answered_or_refused(fd));
     }
     int status = 0;
     waitpid(child, &status, 0);
@@ -491,4 +516,79 @@ TEST_F(BusDirectTest, ServiceSwitchedOffOnItsClient_ShouldStopListeningAtItsNext
     unsigned long long before = direct_stats_of(client_).calls_broker;
     EXPECT_EQ(call("ping", ""), BUS_OK);
     EXPECT_EQ(direct_stats_of(client_).calls_broker, before + 1);
+}
+
+TEST_F(BusDirectTest, CallerOverTheServicesLimit_ShouldBeTurnedAwayToTheBroker)
+{
+    // The service's 256 places taken by callers that are answered.
+    std::string path = socket_path();
+    std::string frame = ping_frame();
+    std::vector<int> held;
+    int answered = 0;
+    for (int i = 0; i < 256; ++i) {
+        int fd = connect_direct(path);
+        ASSERT_GE(fd, 0);
+        held.push_back(fd);
+        if (send(fd, frame.data(), frame.size(), MSG_NOSIGNAL) >= 0 && answered_or_refused(fd) == 0)
+            ++answered;
+    }
+    // The fixture's own client may hold a place of its own from the calls that set it up.
+    EXPECT_GE(answered, 255);
+    unsigned long long refused = direct_stats_of(service_->client()).peers_refused;
+
+    // One more caller: told it is turned away before its request is read, its call goes through the
+    // broker instead of failing as a connection lost.
+    bus_client *other = bus_client_new("bus_test_one_too_many");
+    ASSERT_EQ(bus_connect(other, 0), BUS_OK);
+    char reply[BUS_REPLY_MAX];
+    int length = 0;
+    EXPECT_EQ(bus_method_call_sync(other, "external_device", "echo", "{\"n\":257}", 9, reply, &length, 5), BUS_OK);
+    EXPECT_EQ(std::string(reply, static_cast<size_t>(length)), "{\"n\":257}");
+    EXPECT_EQ(direct_stats_of(other).calls_broker, 1u);
+    EXPECT_EQ(direct_stats_of(other).calls_direct, 0u);
+    EXPECT_EQ(direct_stats_of(other).fallbacks, 1u);
+    EXPECT_EQ(direct_stats_of(service_->client()).peers_refused, refused + 1);
+
+    for (int fd : held)
+        close(fd);
+    bus_client_free(other);
+}
+
+// The connections to the socket at `path` the service has accepted, as the kernel lists them (an
+// accepted connection carries its listener's path).
+int accepted_connections(const std::string &path)
+{
+    std::ifstream table("/proc/net/unix");
+    std::string line;
+    int found = 0;
+    while (std::getline(table, line))
+        if (line.size() > path.size() && line.compare(line.size() - path.size(), path.size(), path) == 0)
+            ++found;
+    return found - 1; // the listening socket itself
+}
+
+TEST_F(BusDirectTest, ManyMoreThreadsThanSockets_ShouldShareThePoolOfOneLink)
+{
+    std::string path = socket_path();
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> callers;
+    for (int t = 0; t < 40; ++t) {
+        callers.emplace_back([&, t] {
+            for (int i = 0; i < 25; ++i) {
+                std::string body = "{\"t\":" + std::to_string(t) + ",\"i\":" + std::to_string(i) + "}";
+                std::string reply;
+                if (call("echo", body, &reply) != BUS_OK || reply != body)
+                    ++wrong;
+            }
+        });
+    }
+    for (auto &caller : callers)
+        caller.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_GE(direct_stats_of(client_).calls_direct, 1000u);
+    // Forty threads, but one caller keeps at most 32 sockets to one service: the others waited for
+    // a socket to come free.
+    int open = accepted_connections(path);
+    EXPECT_LE(open, 32);
+    EXPECT_GE(open, 2);
 }

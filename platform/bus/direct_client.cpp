@@ -164,7 +164,7 @@ int send_frame(int fd, const msghdr &message, steady::time_point deadline)
     }
 }
 
-enum class reply_state { answered, too_large, no_service, lost, timed_out };
+enum class reply_state { answered, too_large, no_service, refused, lost, timed_out };
 
 // Reads the reply to request `id` on the call's own socket. The reply is copied to `reply` only
 // when it fits, so that every other outcome leaves the caller's buffer untouched.
@@ -184,6 +184,8 @@ reply_state read_reply(int fd, uint64_t id, steady::time_point deadline, char *r
         memcpy(&head, frame, sizeof head);
         if (head.magic != kReplyMagic)
             return reply_state::lost;
+        if (head.status == kReplyRefused)
+            return reply_state::refused;
         if (head.id != id)
             continue; // cannot happen on a socket of one call at a time; read past it
         if (head.status == kReplyNoService)
@@ -297,8 +299,10 @@ int call_direct(client_state *client, const std::shared_ptr<direct_link> &link, 
         give_up_route(client, link->path, strerror(sent));
         return kNotDirect;
     }
-    ++client->calls_direct;
-    switch (read_reply(fd, head.id, deadline, reply, reply_length)) {
+    reply_state state = read_reply(fd, head.id, deadline, reply, reply_length);
+    if (state != reply_state::refused)
+        ++client->calls_direct;
+    switch (state) {
     case reply_state::answered:
         release_socket(link.get(), fd, true);
         return BUS_OK;
@@ -308,6 +312,11 @@ int call_direct(client_state *client, const std::shared_ptr<direct_link> &link, 
     case reply_state::no_service:
         release_socket(link.get(), fd, true);
         give_up_route(client, link->path, "the service is not provided there");
+        return kNotDirect;
+    case reply_state::refused:
+        // Turned away before the request was read: it never ran, the broker carries it.
+        release_socket(link.get(), fd, false);
+        give_up_route(client, link->path, "the service turned this caller away");
         return kNotDirect;
     case reply_state::timed_out:
         // Its reply may still come: the socket is not used again.

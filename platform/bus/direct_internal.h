@@ -29,6 +29,9 @@ constexpr uint32_t kRequestMagic = 0x56425131;    // "VBQ1"
 constexpr uint32_t kReplyMagic = 0x56425231;      // "VBR1"
 constexpr int32_t kReplyAnswered = 0;
 constexpr int32_t kReplyNoService = 1;            // not (or no longer) provided here: ask the broker
+// Sent (id 0) to a caller turned away when it connects, by the access rule or because the service
+// has as many callers as it takes; none of its requests is read: it asks the broker.
+constexpr int32_t kReplyRefused = 2;
 struct request_head {
     uint32_t magic;
     uint32_t reserved;

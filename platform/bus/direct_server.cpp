@@ -161,27 +161,36 @@ void accept_caller(client_state *client, int listen_fd, access_rule rule, std::v
     if (fd < 0)
         return;
     ucred peer{};
-    if (!peer_allowed(fd, rule, &peer)) {
-        {
-            std::lock_guard<std::mutex> hold(client->mutex);
-            ++client->direct_stats.peers_refused;
-        }
+    bool allowed = peer_allowed(fd, rule, &peer);
+    if (allowed && connections.size() < kMaxConnections) {
+        timeval send_timeout{kReplySendTimeoutMs / 1000, (kReplySendTimeoutMs % 1000) * 1000};
+        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
+        connections.push_back(connection{fd});
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> hold(client->mutex);
+        ++client->direct_stats.peers_refused;
+    }
+    if (!allowed)
         TULO_LOG_write_newline(BUS_LOG_MODULE, 1, kLogSource, __LINE__, "direct_server",
                                "refused a direct caller (pid %d, uid %d): not allowed by VASK_BUS_DIRECT_ACCESS",
                                static_cast<int>(peer.pid), static_cast<int>(peer.uid));
-        close(fd);
-        return;
-    }
-    if (connections.size() >= kMaxConnections) {
+    else
         TULO_LOG_write_newline(BUS_LOG_MODULE, 1, kLogSource, __LINE__, "direct_server",
                                "refused a direct caller (pid %d): %zu callers connected already",
                                static_cast<int>(peer.pid), connections.size());
-        close(fd);
-        return;
+    // Told so, so that its call goes through the broker at once instead of failing as a connection
+    // lost mid-call. A fresh socket's buffer takes the frame; a caller that left misses nothing.
+    reply_head head{kReplyMagic, kReplyRefused, 0};
+    (void)send(fd, &head, sizeof head, MSG_DONTWAIT | MSG_NOSIGNAL);
+    // Closed only once nothing more can arrive and what did is thrown away unread: a connection
+    // closed with unread requests is reset, and the caller would read the reset, not the frame.
+    shutdown(fd, SHUT_RDWR);
+    char unread[64];
+    while (recv(fd, unread, sizeof unread, MSG_DONTWAIT) > 0) {
     }
-    timeval send_timeout{kReplySendTimeoutMs / 1000, (kReplySendTimeoutMs % 1000) * 1000};
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
-    connections.push_back(connection{fd});
+    close(fd);
 }
 
 // Reads what waits on one connection; false when the caller left or broke the protocol.

@@ -91,8 +91,10 @@
  * - "all": mode 0666; every local process (the box's external_device service, which the broker's
  *   ACL lets every local client call).
  * A peer the rule refuses is disconnected without an answer (checked on the peer's credentials, not
- * only by the socket's mode), counted in peers_refused and logged at level 1; its calls then go
- * through the broker, whose ACL decides.
+ * only by the socket's mode), counted in peers_refused and logged at level 1; it is told it is
+ * refused before any of its requests is read, so that its calls, the first included, go through the
+ * broker, whose ACL decides. A service takes 256 direct callers at a time; one more is turned away
+ * the same way (counted and logged too) and calls through the broker.
  *
  * @par Logging
  * Log lines of this library use module 58 and source name "vask_bus" (see tulo_log.h).
@@ -334,7 +336,7 @@ typedef struct bus_direct_stats {
     unsigned long long calls_broker;   /**< calls this client made through the broker */
     unsigned long long fallbacks;      /**< direct sockets found unusable, after which calls went through the broker */
     unsigned long long served_direct;  /**< requests this client's services answered over their direct socket */
-    unsigned long long peers_refused;  /**< direct connections refused by the access rule */
+    unsigned long long peers_refused;  /**< direct connections refused by the access rule or over the 256 callers */
 } bus_direct_stats;
 
 /** Copies the client's direct-path counters into `stats`.
