@@ -183,6 +183,27 @@ constexpr uid_t kNobody = 65534;
 
 class BusDirectTest : public BusTest {
 protected:
+    // `threads` threads each echo `calls` bodies of their own through the fixture's one client;
+    // the number of calls that failed or got another's reply.
+    int echo_from_threads(int threads, int calls)
+    {
+        std::atomic<int> wrong{0};
+        std::vector<std::thread> callers;
+        for (int t = 0; t < threads; ++t) {
+            callers.emplace_back([&, t] {
+                for (int i = 0; i < calls; ++i) {
+                    std::string body = "{\"t\":" + std::to_string(t) + ",\"i\":" + std::to_string(i) + "}";
+                    std::string reply;
+                    if (call("echo", body, &reply) != BUS_OK || reply != body)
+                        ++wrong;
+                }
+            });
+        }
+        for (auto &caller : callers)
+            caller.join();
+        return wrong.load();
+    }
+
     presence_record presence() { return raw_client(broker_->port()).retained_presence("external_device"); }
     std::string socket_path() { return presence().properties["direct-socket"]; }
 
@@ -395,21 +416,7 @@ TEST_F(BusDirectTest, LargeBody_ShouldGoThroughTheBroker)
 
 TEST_F(BusDirectTest, ManyThreadsOnOneConnection_ShouldEachGetTheirOwnReply)
 {
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> callers;
-    for (int t = 0; t < 8; ++t) {
-        callers.emplace_back([&, t] {
-            for (int i = 0; i < 200; ++i) {
-                std::string body = "{\"t\":" + std::to_string(t) + ",\"i\":" + std::to_string(i) + "}";
-                std::string reply;
-                if (call("echo", body, &reply) != BUS_OK || reply != body)
-                    ++wrong;
-            }
-        });
-    }
-    for (auto &caller : callers)
-        caller.join();
-    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_EQ(echo_from_threads(8, 200), 0);
     EXPECT_EQ(direct_stats_of(client_).calls_direct, 1600u);
 }
 
@@ -570,21 +577,7 @@ int accepted_connections(const std::string &path)
 TEST_F(BusDirectTest, ManyMoreThreadsThanSockets_ShouldShareThePoolOfOneLink)
 {
     std::string path = socket_path();
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> callers;
-    for (int t = 0; t < 40; ++t) {
-        callers.emplace_back([&, t] {
-            for (int i = 0; i < 25; ++i) {
-                std::string body = "{\"t\":" + std::to_string(t) + ",\"i\":" + std::to_string(i) + "}";
-                std::string reply;
-                if (call("echo", body, &reply) != BUS_OK || reply != body)
-                    ++wrong;
-            }
-        });
-    }
-    for (auto &caller : callers)
-        caller.join();
-    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_EQ(echo_from_threads(40, 25), 0);
     EXPECT_GE(direct_stats_of(client_).calls_direct, 1000u);
     // Forty threads, but one caller keeps at most 32 sockets to one service: the others waited for
     // a socket to come free.
