@@ -147,3 +147,35 @@ TEST_F(BusTest, BrokerKilledDuringABurstOfCalls_ShouldEndEveryCallWithinItsTimeo
         caller.join();
     EXPECT_EQ(late.load(), 0) << "calls took longer than their timeout plus 1 s";
 }
+
+TEST_F(BusTest, ServiceNotBackAfterABrokerRestart_ShouldBeCalledOnceItAnnouncesItself)
+{
+    ASSERT_EQ(call("ping", ""), BUS_OK);
+    broker_->kill();
+    // The service goes while the broker is away: nothing can tell the caller.
+    service_.reset();
+    ASSERT_TRUE(broker_->restart());
+    // The caller is back on the broker, which has lost every retained state: a call to a service
+    // nobody provides fails at once while disconnected, and waits for its timeout once connected.
+    auto probe = [&] {
+        char reply[BUS_REPLY_MAX];
+        int length = 0;
+        return bus_method_call_sync(client_, "nobody_here", "ping", nullptr, 0, reply, &length, 1);
+    };
+    ASSERT_TRUE(vask_test::eventually([&] { return probe() == BUS_ERR_TIMEOUT; }, 15s));
+    EXPECT_EQ(call("ping", "", nullptr, 1), BUS_ERR_TIMEOUT) << "a service that does not come back";
+
+    // It comes back a second later. A call made before that waits for its announcement instead of
+    // sending a request that nobody receives and waiting out its whole timeout.
+    std::thread comeback([&] {
+        std::this_thread::sleep_for(1s);
+        service_ = std::make_unique<vask_test::fake_service>();
+    });
+    auto start = std::chrono::steady_clock::now();
+    int rc = call("ping", "", nullptr, 5);
+    double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    comeback.join();
+    ASSERT_TRUE(service_->ready());
+    EXPECT_EQ(rc, BUS_OK);
+    EXPECT_LT(took, 4.0);
+}

@@ -116,6 +116,10 @@ struct client_state {
     void *monitor_user = nullptr;
     std::string will_service; // applied by the network thread before each connection attempt
     std::unordered_map<std::string, bool> presence; // service name -> online
+    // The services of `presence` whose state arrived on the present connection. One learnt on an
+    // earlier connection may be stale: a broker restarted without its retained states says nothing
+    // of a service until the service announces itself again.
+    std::set<std::string> presence_current;
     std::unordered_map<std::string, vask_bus::pending_call *> calls; // correlation -> caller
     std::mt19937_64 random;
     void *user = nullptr;

@@ -3,6 +3,7 @@
 // network thread.
 #include "bus_internal.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "tulo_log.h"
@@ -43,6 +44,28 @@ int publish_request(client_state *client, const std::string &topic, const char *
     return rc;
 }
 
+// A service whose state was learnt on an earlier connection and has not arrived on this one yet
+// may be gone with a broker restarted without its retained states: a request sent now would reach
+// nobody and wait out the whole timeout. The call waits, within its timeout, for the service's
+// state on this connection (it comes with the subscription, or when the service announces itself
+// again). BUS_OK to go on, else the call's result.
+int wait_for_current_presence(client_state *client, const std::string &service, steady::time_point deadline)
+{
+    std::unique_lock<std::mutex> lock(client->mutex);
+    client->state_changed.wait_until(lock, deadline, [&] {
+        return !client->connected || client->presence.count(service) == 0 ||
+               client->presence_current.count(service) != 0;
+    });
+    if (!client->connected)
+        return BUS_ERR_FAILED;
+    auto presence = client->presence.find(service);
+    if (presence == client->presence.end())
+        return BUS_OK; // never announced: a service without presence is called all the same
+    if (client->presence_current.count(service) == 0)
+        return BUS_ERR_TIMEOUT;
+    return presence->second ? BUS_OK : BUS_ERR_NO_SERVICE;
+}
+
 } // namespace
 } // namespace vask_bus
 
@@ -70,6 +93,7 @@ extern "C" int bus_method_call_sync(bus_client *handle, const char *service, con
                                client->client_id.c_str());
         return BUS_ERR_INVALID;
     }
+    auto deadline = steady::now() + std::chrono::seconds(timeout_s);
     std::shared_ptr<direct_link> link;
     {
         std::lock_guard<std::mutex> hold(client->mutex);
@@ -86,6 +110,9 @@ extern "C" int bus_method_call_sync(bus_client *handle, const char *service, con
         if (direct != kNotDirect)
             return direct;
     }
+    int waited = wait_for_current_presence(client, service, deadline);
+    if (waited != BUS_OK)
+        return waited;
 
     std::string topic = wire(client, method_topic(service, method));
     pending_call call;
@@ -103,8 +130,10 @@ extern "C" int bus_method_call_sync(bus_client *handle, const char *service, con
         client->calls.emplace(correlation, &call);
         ++client->direct_stats.calls_broker;
     }
-    auto deadline = steady::now() + std::chrono::seconds(timeout_s);
-    int rc = publish_request(client, topic, body, body_length, correlation, timeout_s);
+    // The broker drops the request once what is left of the caller's timeout has passed.
+    auto left = std::chrono::duration_cast<std::chrono::seconds>(deadline - steady::now() + std::chrono::milliseconds(999));
+    int rc = publish_request(client, topic, body, body_length, correlation,
+                             static_cast<int>(std::max<long>(left.count(), 1)));
 
     std::unique_lock<std::mutex> lock(client->mutex);
     if (rc != MOSQ_ERR_SUCCESS && !call.done) {

@@ -69,7 +69,10 @@ void record_presence(client_state *client, const std::string &topic, const mosqu
         client->presence[service] = false;
     else
         client->presence.erase(service); // a cleared retained state: unknown again
+    client->presence_current.insert(service);
     record_route_locked(client, service, state == "online", socket.path, socket.pid, socket.boot);
+    // Calls may wait for this service's state on the present connection.
+    client->state_changed.notify_all();
 }
 
 // Answers a request on the network thread that read it, when its service makes no bus calls and no

@@ -38,6 +38,7 @@ void on_connect(mosquitto *, void *obj, int rc, int, const mosquitto_property *)
     client->lost_logged = false;
     client->unacked_subscriptions.clear();
     client->unacked_presence.clear();
+    client->presence_current.clear();
     // The broker may have lost our session (a restart): subscribe again to the whole table.
     // Presence first and at QoS 0: the broker writes the retained states straight after its
     // acknowledgement, ahead of the acknowledgements of the later subscriptions, so once

@@ -189,7 +189,11 @@ VASK_BUS_API int bus_connect(bus_client *client, int flags);
  * request's message expiry, so a request that waited out a disconnection is never executed late.
  * Blocks the calling thread; safe from many threads on one client and from handlers (except, on
  * the same client, from a handler of a service registered with BUS_SERVICE_NO_BUS_CALLS). Goes over
- * the service's direct socket when it offers one on this host (see "Direct path").
+ * the service's direct socket when it offers one on this host (see "Direct path"). After the client
+ * has reconnected, a call through the broker to a service whose presence it learnt on the earlier
+ * connection first waits, within `timeout_s`, for that presence on the new one: a broker restarted
+ * without its retained states knows nothing of the service until it announces itself again, and a
+ * request sent before would reach nobody.
  * @return BUS_OK; BUS_ERR_TIMEOUT when no reply came in time; BUS_ERR_FAILED when not connected
  * (at once; a service reached over its direct socket is still called) or when the connection the
  * call waits on is lost, or for a null or freed client; BUS_ERR_INVALID for bad arguments, or on the
