@@ -131,7 +131,8 @@ extern "C" int bus_method_call_sync(bus_client *handle, const char *service, con
         ++client->direct_stats.calls_broker;
     }
     // The broker drops the request once what is left of the caller's timeout has passed.
-    auto left = std::chrono::duration_cast<std::chrono::seconds>(deadline - steady::now() + std::chrono::milliseconds(999));
+    auto left =
+        std::chrono::duration_cast<std::chrono::seconds>(deadline - steady::now() + std::chrono::milliseconds(999));
     int rc = publish_request(client, topic, body, body_length, correlation,
                              static_cast<int>(std::max<long>(left.count(), 1)));
 
