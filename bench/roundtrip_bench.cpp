@@ -19,6 +19,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <unistd.h>
@@ -184,7 +185,9 @@ void environment::stop()
     ed_release();
 }
 
-void measure_library(benchmark::State &state, const operation *op, bool direct)
+// Opens the library again for `direct`'s path, runs `measure` and checks that every call took it.
+template <typename Measure>
+void on_library_path(benchmark::State &state, bool direct, Measure measure)
 {
     bus_direct_stats before{}, after{};
     if (!reopen_library(direct) || ed_get_bus_direct_stats(&before) != 0) {
@@ -192,9 +195,14 @@ void measure_library(benchmark::State &state, const operation *op, bool direct)
         return;
     }
     // The library learns the simulator's socket from its presence while ed_init connects.
-    measure_calls(state, op->library);
+    measure();
     ed_get_bus_direct_stats(&after);
     check_path(state, before, after, direct, static_cast<unsigned long long>(state.iterations()));
+}
+
+void measure_library(benchmark::State &state, const operation *op, bool direct)
+{
+    on_library_path(state, direct, [&] { measure_calls(state, op->library); });
 }
 
 void library_call(benchmark::State &state, const operation *op)
@@ -244,28 +252,23 @@ void unix_floor_call(benchmark::State &state, const operation *op)
     });
 }
 
+// One call of `op` through the raw requester, checked against the simulator's reply.
+std::function<bool()> raw_mqtt_caller(const operation *op)
+{
+    return [op, topic = std::string(kRawService) + "/method/" + op->method, reply = std::string()]() mutable {
+        return g_env->raw->call(topic, op->body, reply, kTimeoutS) && reply == op->reply;
+    };
+}
+
 void raw_mqtt_call(benchmark::State &state, const operation *op)
 {
-    std::string topic = std::string(kRawService) + "/method/" + op->method;
-    std::string reply;
-    measure_calls(
-        state, [&] { return g_env->raw->call(topic, op->body, reply, kTimeoutS) && reply == op->reply; });
+    measure_calls(state, raw_mqtt_caller(op));
 }
 
 // The library through the broker and the raw requester, call about call in the same iterations.
 void library_vs_raw_call(benchmark::State &state, const operation *op)
 {
-    bus_direct_stats before{}, after{};
-    if (!reopen_library(false) || ed_get_bus_direct_stats(&before) != 0) {
-        state.SkipWithError("the library did not open");
-        return;
-    }
-    std::string topic = std::string(kRawService) + "/method/" + op->method;
-    std::string reply;
-    measure_paired(state, op->library,
-                   [&] { return g_env->raw->call(topic, op->body, reply, kTimeoutS) && reply == op->reply; });
-    ed_get_bus_direct_stats(&after);
-    check_path(state, before, after, false, static_cast<unsigned long long>(state.iterations()));
+    on_library_path(state, false, [&] { measure_paired(state, op->library, raw_mqtt_caller(op)); });
 }
 
 void sdbus_call(benchmark::State &state, const operation *op)
