@@ -4,6 +4,7 @@
 #define VASK_BUS_INTERNAL_H
 
 #include "vask_bus.h"
+#include "calls_internal.h"
 #include "direct_internal.h"
 
 #include <atomic>
@@ -106,6 +107,8 @@ struct client_state {
     int backoff_s = 1;
     bool lost_logged = false;
     std::thread network;
+    vask_bus::broker_address address;  // set by bus_connect
+    uint64_t connection_count = 0;     // connections made so far: a calls connection knows its own
     std::set<int> unacked_subscriptions;
     std::set<int> unacked_presence; // "offline" announcements not yet acknowledged by the broker
 
@@ -133,6 +136,10 @@ struct client_state {
     bus_direct_stats direct_stats{};
     std::atomic<unsigned long long> calls_direct{0}; // counted without the mutex, on the call's fast path
     bool direct_enabled = true; // VASK_BUS_DIRECT, bus_client_set_direct
+    // Calls through the broker take a connection of their own (VASK_BUS_CALLS_CONNECTION). It has
+    // a lock of its own, which may be taken with `mutex` held, never the other way round.
+    bool calls_connection_enabled = true;
+    std::unique_ptr<vask_bus::calls_connection> calls_link;
     std::unique_ptr<vask_bus::direct_server> direct_server; // while the client's services listen directly
     std::unordered_map<std::string, vask_bus::direct_route> direct_routes; // service -> its direct socket
     std::map<std::string, std::shared_ptr<vask_bus::direct_link>> direct_links; // socket path -> connection
@@ -273,6 +280,16 @@ int publish_tracked_locked(client_state *client, int *mid, const std::string &to
 // Marks a descriptor close-on-exec, so that programs the application starts do not inherit it.
 void set_close_on_exec(int fd);
 
+// A libmosquitto handle for a connection of `client` as `client_id`, speaking MQTT v5 without
+// Nagle's delay, its local socket pair closed on exec; null when it cannot be made.
+mosquitto *new_connection_handle(const std::string &client_id, void *user);
+// Sets the credentials and TLS of VASK_BUS_USERNAME, VASK_BUS_PASSWORD and VASK_BUS_CAFILE.
+int configure_transport(mosquitto *mosq, const broker_address &address);
+// Starts a connection attempt of `mosq` to `address` without waiting for it (host names resolved
+// within `deadline`, given up when the client stops).
+int start_attempt(client_state *client, mosquitto *mosq, const broker_address &address, int keepalive_s,
+                  steady::time_point deadline);
+
 // The connection's callbacks, and the properties every connection of the client is made with.
 void install_network_callbacks(client_state *client);
 int set_connect_properties(client_state *client);
@@ -297,9 +314,25 @@ void on_message(mosquitto *mosq, void *obj, const mosquitto_message *message,
                 const mosquitto_property *properties);
 void deliver_reply(client_state *client, const mosquitto_message *message,
                    const mosquitto_property *properties);
+// The correlation data of a message, or empty.
+std::string read_correlation(const mosquitto_property *properties);
+// Hands the reply `message` to the call in `calls` its correlation data names, and removes it from
+// there (the lock that guards `calls` held); false when nobody waits for it.
+bool complete_call(std::unordered_map<std::string, pending_call *> &calls, const mosquitto_message *message,
+                   const mosquitto_property *properties);
 void fail_pending_calls(client_state *client, int result);
+// Ends every call of `calls` with `result` and empties it (the lock that guards `calls` held).
+void fail_calls(std::unordered_map<std::string, pending_call *> &calls, int result);
 
 void dispatch_main(client_state *client);
+
+// A new correlation id, none of those `calls` waits for.
+std::string new_correlation(std::mt19937_64 &random, const std::unordered_map<std::string, pending_call *> &calls);
+
+// Publishes a request to `topic` (as on the wire) with `reply_topic` as its response topic and what
+// is left until `deadline` as its message expiry. Returns the mosquitto result.
+int publish_request(mosquitto *mosq, const std::string &reply_topic, const std::string &topic, const char *body,
+                    int body_length, const std::string &correlation, steady::time_point deadline);
 
 } // namespace vask_bus
 

@@ -14,35 +14,42 @@ namespace {
 constexpr int kMaxTimeoutS = 3600;
 constexpr size_t kCorrelationBytes = 16;
 
+} // namespace
+
 // Random rather than a counter, so that a restarted process never repeats a pending call's id.
-std::string new_correlation(client_state *client)
+std::string new_correlation(std::mt19937_64 &random, const std::unordered_map<std::string, pending_call *> &calls)
 {
     std::string correlation(kCorrelationBytes, '\0');
-    for (size_t i = 0; i < kCorrelationBytes; i += sizeof(uint64_t)) {
-        uint64_t bits = client->random();
-        memcpy(&correlation[i], &bits, sizeof bits);
-    }
+    do {
+        for (size_t i = 0; i < kCorrelationBytes; i += sizeof(uint64_t)) {
+            uint64_t bits = random();
+            memcpy(&correlation[i], &bits, sizeof bits);
+        }
+    } while (calls.count(correlation) != 0);
     return correlation;
 }
 
-int publish_request(client_state *client, const std::string &topic, const char *body, int body_length,
-                    const std::string &correlation, int timeout_s)
+int publish_request(mosquitto *mosq, const std::string &reply_topic, const std::string &topic, const char *body,
+                    int body_length, const std::string &correlation, steady::time_point deadline)
 {
+    // The broker drops the request once what is left of the caller's timeout has passed.
+    auto left =
+        std::chrono::duration_cast<std::chrono::seconds>(deadline - steady::now() + std::chrono::milliseconds(999));
+    auto expiry_s = static_cast<uint32_t>(std::max<long>(left.count(), 1));
     mosquitto_property *properties = nullptr;
-    int rc = mosquitto_property_add_string(&properties, MQTT_PROP_RESPONSE_TOPIC,
-                                           client->reply_topic.c_str());
+    int rc = mosquitto_property_add_string(&properties, MQTT_PROP_RESPONSE_TOPIC, reply_topic.c_str());
     if (rc == MOSQ_ERR_SUCCESS)
         rc = mosquitto_property_add_binary(&properties, MQTT_PROP_CORRELATION_DATA, correlation.data(),
                                            static_cast<uint16_t>(correlation.size()));
     if (rc == MOSQ_ERR_SUCCESS)
-        rc = mosquitto_property_add_int32(&properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
-                                          static_cast<uint32_t>(timeout_s));
+        rc = mosquitto_property_add_int32(&properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, expiry_s);
     if (rc == MOSQ_ERR_SUCCESS)
-        rc = mosquitto_publish_v5(client->mosq, nullptr, topic.c_str(), body_length, body,
-                                  kQosRequest, false, properties);
+        rc = mosquitto_publish_v5(mosq, nullptr, topic.c_str(), body_length, body, kQosRequest, false, properties);
     mosquitto_property_free_all(&properties);
     return rc;
 }
+
+namespace {
 
 // A service whose state was learnt on an earlier connection and has not arrived on this one yet
 // may be gone with a broker restarted without its retained states: a request sent now would reach
@@ -115,6 +122,23 @@ extern "C" int bus_method_call_sync(bus_client *handle, const char *service, con
         return waited;
 
     std::string topic = wire(client, method_topic(service, method));
+    uint64_t connection_count;
+    bool own_connection;
+    {
+        std::lock_guard<std::mutex> hold(client->mutex);
+        if (!client->connected)
+            return BUS_ERR_FAILED;
+        ++client->direct_stats.calls_broker;
+        connection_count = client->connection_count;
+        own_connection = client->calls_connection_enabled;
+    }
+    if (own_connection) {
+        int rc = call_on_calls_connection(client, connection_count, topic, body, body_length, reply, reply_length,
+                                          deadline);
+        if (rc != kNoCallsConnection)
+            return rc;
+    }
+
     pending_call call;
     call.reply = reply;
     call.reply_length = reply_length;
@@ -123,18 +147,11 @@ extern "C" int bus_method_call_sync(bus_client *handle, const char *service, con
         std::lock_guard<std::mutex> hold(client->mutex);
         if (!client->connected)
             return BUS_ERR_FAILED;
-        do
-            correlation = new_correlation(client);
-        while (client->calls.count(correlation) != 0);
+        correlation = new_correlation(client->random, client->calls);
         // Registered before the request leaves, so that an early reply finds its caller.
         client->calls.emplace(correlation, &call);
-        ++client->direct_stats.calls_broker;
     }
-    // The broker drops the request once what is left of the caller's timeout has passed.
-    auto left =
-        std::chrono::duration_cast<std::chrono::seconds>(deadline - steady::now() + std::chrono::milliseconds(999));
-    int rc = publish_request(client, topic, body, body_length, correlation,
-                             static_cast<int>(std::max<long>(left.count(), 1)));
+    int rc = publish_request(client->mosq, client->reply_topic, topic, body, body_length, correlation, deadline);
 
     std::unique_lock<std::mutex> lock(client->mutex);
     if (rc != MOSQ_ERR_SUCCESS && !call.done) {

@@ -111,27 +111,38 @@ void close_new_local_sockets_on_exec(const std::set<std::string> &before)
     }
 }
 
-int configure_transport(client_state *client, const broker_address &address)
+} // namespace
+
+namespace vask_bus {
+
+mosquitto *new_connection_handle(const std::string &client_id, void *user)
+{
+    std::set<std::string> sockets_before = open_sockets();
+    mosquitto *mosq = mosquitto_new(client_id.c_str(), false, user);
+    close_new_local_sockets_on_exec(sockets_before);
+    if (mosq == nullptr)
+        return nullptr;
+    mosquitto_int_option(mosq, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+    mosquitto_int_option(mosq, MOSQ_OPT_TCP_NODELAY, 1);
+    return mosq;
+}
+
+int configure_transport(mosquitto *mosq, const broker_address &address)
 {
     const char *username = secure_getenv("VASK_BUS_USERNAME");
     const char *password = secure_getenv("VASK_BUS_PASSWORD");
     if (username != nullptr && *username != '\0' &&
-        mosquitto_username_pw_set(client->mosq, username, password) != MOSQ_ERR_SUCCESS)
+        mosquitto_username_pw_set(mosq, username, password) != MOSQ_ERR_SUCCESS)
         return BUS_ERR_INVALID;
     if (address.tls) {
         const char *cafile = secure_getenv("VASK_BUS_CAFILE");
         bool have_cafile = cafile != nullptr && *cafile != '\0';
-        if (mosquitto_tls_set(client->mosq, have_cafile ? cafile : nullptr,
-                              have_cafile ? nullptr : "/etc/ssl/certs", nullptr, nullptr,
-                              nullptr) != MOSQ_ERR_SUCCESS)
+        if (mosquitto_tls_set(mosq, have_cafile ? cafile : nullptr, have_cafile ? nullptr : "/etc/ssl/certs",
+                              nullptr, nullptr, nullptr) != MOSQ_ERR_SUCCESS)
             return BUS_ERR_INVALID;
     }
     return BUS_OK;
 }
-
-} // namespace
-
-namespace vask_bus {
 
 client_state *resolve_client(const bus_client *handle)
 {
@@ -242,15 +253,18 @@ extern "C" bus_client *bus_client_new(const char *name)
         if (ns != nullptr && *ns != '\0')
             client->wire_prefix = std::string(ns) + "/";
         client->reply_topic = wire(client, "bus/reply/" + client->client_id);
-        std::set<std::string> sockets_before = open_sockets();
-        client->mosq = mosquitto_new(client->client_id.c_str(), false, client);
-        close_new_local_sockets_on_exec(sockets_before);
-        if (client->mosq == nullptr) {
+        const char *own_calls = secure_getenv("VASK_BUS_CALLS_CONNECTION");
+        client->calls_connection_enabled = own_calls == nullptr || strcmp(own_calls, "0") != 0;
+        if (!init_calls_connection(client)) {
             delete client;
             return nullptr;
         }
-        mosquitto_int_option(client->mosq, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
-        mosquitto_int_option(client->mosq, MOSQ_OPT_TCP_NODELAY, 1);
+        client->mosq = new_connection_handle(client->client_id, client);
+        if (client->mosq == nullptr) {
+            free_calls_connection(client);
+            delete client;
+            return nullptr;
+        }
         // Our own network thread, not mosquitto_loop_start: in 2.0.11 threaded mode set by hand does
         // not combine with loop_start, and the loop's own reconnect delay cannot double.
         mosquitto_threaded_set(client->mosq, true);
@@ -260,6 +274,7 @@ extern "C" bus_client *bus_client_new(const char *name)
         client->direct_enabled = direct == nullptr || strcmp(direct, "0") != 0;
         if (set_connect_properties(client) != BUS_OK) {
             mosquitto_destroy(client->mosq);
+            free_calls_connection(client);
             delete client;
             return nullptr;
         }
@@ -273,6 +288,7 @@ extern "C" bus_client *bus_client_new(const char *name)
             std::lock_guard<std::mutex> hold(g_registry_mutex);
             unregister_client(client->handle);
             mosquitto_destroy(client->mosq);
+            free_calls_connection(client);
             delete client;
             return nullptr;
         }
@@ -308,9 +324,11 @@ extern "C" int bus_connect(bus_client *handle, int flags)
     std::unique_lock<std::mutex> lock(client->mutex);
     if (client->network_running)
         return BUS_OK;
-    int rc = configure_transport(client, address);
+    int rc = configure_transport(client->mosq, address);
     if (rc != BUS_OK)
         return rc;
+    client->address = address;
+    reopen_calls_connection(client);
     client->stopping = false;
     client->reconnect_now = false;
     client->backoff_s = 1;
@@ -343,6 +361,7 @@ extern "C" int bus_disconnect(bus_client *handle)
     client->state_changed.notify_all();
     lock.unlock();
     client->network.join();
+    close_calls_connection(client);
     stop_direct_server(client);
     drop_direct_links(client);
     lock.lock();
@@ -377,5 +396,6 @@ extern "C" void bus_client_free(bus_client *handle)
     }
     client->dispatcher.join();
     mosquitto_destroy(client->mosq);
+    free_calls_connection(client);
     delete client;
 }

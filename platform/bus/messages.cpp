@@ -12,18 +12,6 @@ namespace vask_bus {
 
 namespace {
 
-std::string read_correlation(const mosquitto_property *properties)
-{
-    void *data = nullptr;
-    uint16_t length = 0;
-    if (mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &data, &length,
-                                       false) == nullptr)
-        return std::string();
-    std::string correlation(static_cast<const char *>(data), length);
-    free(data);
-    return correlation;
-}
-
 // The direct socket a presence names, from its user properties.
 struct advertised_socket {
     std::string path;
@@ -97,16 +85,26 @@ bool serve_inline(client_state *client, const dispatch_item &item, size_t slash)
 
 } // namespace
 
-void deliver_reply(client_state *client, const mosquitto_message *message,
+std::string read_correlation(const mosquitto_property *properties)
+{
+    void *data = nullptr;
+    uint16_t length = 0;
+    if (mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &data, &length,
+                                       false) == nullptr)
+        return std::string();
+    std::string correlation(static_cast<const char *>(data), length);
+    free(data);
+    return correlation;
+}
+
+bool complete_call(std::unordered_map<std::string, pending_call *> &calls, const mosquitto_message *message,
                    const mosquitto_property *properties)
 {
-    std::string correlation = read_correlation(properties);
-    std::lock_guard<std::mutex> hold(client->mutex);
-    auto found = client->calls.find(correlation);
-    if (found == client->calls.end())
-        return; // late, duplicated or foreign: nobody waits for it
+    auto found = calls.find(read_correlation(properties));
+    if (found == calls.end())
+        return false; // late, duplicated or foreign: nobody waits for it
     pending_call *call = found->second;
-    client->calls.erase(found);
+    calls.erase(found);
     int length = message->payload != nullptr ? message->payloadlen : 0;
     if (length >= BUS_REPLY_MAX) {
         call->result = BUS_ERR_REPLY_TOO_LARGE;
@@ -119,16 +117,29 @@ void deliver_reply(client_state *client, const mosquitto_message *message,
     }
     call->done = true;
     call->finished.notify_one();
+    return true;
 }
 
-void fail_pending_calls(client_state *client, int result)
+void deliver_reply(client_state *client, const mosquitto_message *message,
+                   const mosquitto_property *properties)
 {
-    for (auto &entry : client->calls) {
+    std::lock_guard<std::mutex> hold(client->mutex);
+    complete_call(client->calls, message, properties);
+}
+
+void fail_calls(std::unordered_map<std::string, pending_call *> &calls, int result)
+{
+    for (auto &entry : calls) {
         entry.second->result = result;
         entry.second->done = true;
         entry.second->finished.notify_one();
     }
-    client->calls.clear();
+    calls.clear();
+}
+
+void fail_pending_calls(client_state *client, int result)
+{
+    fail_calls(client->calls, result);
 }
 
 namespace {

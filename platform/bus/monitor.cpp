@@ -33,7 +33,7 @@ int watched_kind(const std::string &service, const std::string &topic)
 std::string reply_client_id(const client_state *client, const std::string &reply_topic)
 {
     std::string prefix = wire(client, kReplyPrefix);
-    return starts_with(reply_topic, prefix) ? reply_topic.substr(prefix.size()) : std::string();
+    return starts_with(reply_topic, prefix) ? calling_client(reply_topic.substr(prefix.size())) : std::string();
 }
 
 } // namespace
@@ -76,7 +76,7 @@ void run_monitor(client_state *client, std::unique_lock<std::mutex> &lock, const
     std::string service, name, client_id;
     size_t slash = item.topic.find('/');
     if (item.monitor_kind == BUS_MONITOR_REPLY) {
-        client_id = item.topic.substr(strlen(kReplyPrefix));
+        client_id = calling_client(item.topic.substr(strlen(kReplyPrefix)));
     } else {
         service = item.topic.substr(0, slash);
         if (item.monitor_kind != BUS_MONITOR_PRESENCE)

@@ -34,6 +34,7 @@ void on_connect(mosquitto *, void *obj, int rc, int, const mosquitto_property *)
     }
     std::lock_guard<std::mutex> hold(client->mutex);
     client->connected = true;
+    ++client->connection_count;
     client->backoff_s = 1;
     client->lost_logged = false;
     client->unacked_subscriptions.clear();
@@ -67,6 +68,7 @@ void lose_connection_locked(client_state *client)
         client->state_changed.notify_all();
     }
     fail_pending_calls(client, BUS_ERR_FAILED);
+    calls_connection_lost(client);
 }
 
 void on_disconnect(mosquitto *, void *obj, int rc, const mosquitto_property *)
@@ -178,25 +180,7 @@ bool resolve_within(client_state *client, const std::string &host, steady::time_
     return found;
 }
 
-// Starts a connection attempt without waiting for it: libmosquitto makes the TCP connection
-// non-blocking and sends CONNECT once it is up. A host name is resolved first within the attempt's
-// deadline; over TLS the name itself is handed on, since the broker's certificate is checked
-// against it.
-int start_attempt(client_state *client, const broker_address &address, steady::time_point deadline)
-{
-    std::string host = address.host;
-    if (!numeric_host(host)) {
-        std::string numeric;
-        if (!resolve_within(client, host, deadline, &numeric))
-            return MOSQ_ERR_EAI;
-        if (!address.tls)
-            host = numeric;
-    }
-    int rc = mosquitto_connect_bind_async(client->mosq, host.c_str(), address.port, kKeepaliveS, nullptr);
-    if (rc == MOSQ_ERR_SUCCESS)
-        set_close_on_exec(mosquitto_socket(client->mosq));
-    return rc;
-}
+
 
 // Ends the connection or the attempt now: a socket still connecting stops its handshake, a
 // connected one reads its end; the loop then closes it.
@@ -250,6 +234,27 @@ int run_connection(client_state *client, steady::time_point attempt_deadline, bo
 
 } // namespace
 
+// Starts a connection attempt without waiting for it: libmosquitto makes the TCP connection
+// non-blocking and sends CONNECT once it is up. A host name is resolved first within the attempt's
+// deadline; over TLS the name itself is handed on, since the broker's certificate is checked
+// against it.
+int start_attempt(client_state *client, mosquitto *mosq, const broker_address &address, int keepalive_s,
+                  steady::time_point deadline)
+{
+    std::string host = address.host;
+    if (!numeric_host(host)) {
+        std::string numeric;
+        if (!resolve_within(client, host, deadline, &numeric))
+            return MOSQ_ERR_EAI;
+        if (!address.tls)
+            host = numeric;
+    }
+    int rc = mosquitto_connect_bind_async(mosq, host.c_str(), address.port, keepalive_s, nullptr);
+    if (rc == MOSQ_ERR_SUCCESS)
+        set_close_on_exec(mosquitto_socket(mosq));
+    return rc;
+}
+
 void set_close_on_exec(int fd)
 {
     if (fd < 0)
@@ -293,7 +298,7 @@ void network_main(client_state *client, broker_address address)
         lock.unlock();
         auto attempt_deadline = steady::now() + kConnectTimeout;
         bool timed_out = false;
-        int rc = start_attempt(client, address, attempt_deadline);
+        int rc = start_attempt(client, client->mosq, address, kKeepaliveS, attempt_deadline);
         if (rc == MOSQ_ERR_SUCCESS)
             rc = run_connection(client, attempt_deadline, &timed_out);
         timed_out = timed_out || (rc == MOSQ_ERR_EAI && steady::now() >= attempt_deadline);
