@@ -84,7 +84,7 @@ protected:
     std::string ca_file() const { return etc() + "/certs/fleet-ca.crt"; }
     vask_test::mqtt_login login(const std::string &user, const std::string &password) const
     {
-        return {user, password, ca_file()};
+        return {user, password, ca_file(), std::string()};
     }
 
     // A shipped file as a technician installs it: markers replaced, /etc/mosquitto/ moved to the

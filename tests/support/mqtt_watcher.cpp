@@ -25,7 +25,7 @@ std::string read_string_property(const mosquitto_property *properties, int ident
 mqtt_watcher::mqtt_watcher(int port, const mqtt_login &login)
 {
     mosquitto_lib_init();
-    mosq_ = mosquitto_new(nullptr, true, this);
+    mosq_ = mosquitto_new(login.client_id.empty() ? nullptr : login.client_id.c_str(), true, this);
     if (mosq_ == nullptr)
         return;
     mosquitto_int_option(mosq_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);

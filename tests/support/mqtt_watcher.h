@@ -39,6 +39,7 @@ struct mqtt_login {
     std::string username;
     std::string password;
     std::string cafile; // TLS with this CA certificate when set
+    std::string client_id; // libmosquitto makes one up when empty
 };
 
 class mqtt_watcher {
