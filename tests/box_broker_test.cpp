@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "broker.h"
+#include "log_capture.h"
 #include "process.h"
 #include "vask_bus.h"
 
@@ -143,6 +144,17 @@ TEST_F(BoxBrokerTest, AnonymousApplication_ShouldCallTheServiceAndReadItsSignals
         std::lock_guard<std::mutex> hold(g_mutex);
         return !g_signals.empty();
     }));
+}
+
+TEST_F(BoxBrokerTest, AnonymousApplication_ShouldBeLetMakeItsCallsConnection)
+{
+    // Through the broker, not over the simulator's socket; a calls connection the ACL turned away
+    // would leave the calls on the client's own connection, and say so.
+    ASSERT_EQ(bus_client_set_direct(app_, 0), BUS_OK);
+    vask_test::log_capture log(TULO_LOG_LEVEL_WARNING);
+    EXPECT_EQ(call("enter_voting"), "{\"code\":0}");
+    for (const vask_test::log_line &line : log.lines())
+        ADD_FAILURE() << line.function << ": " << line.message;
 }
 
 TEST_F(BoxBrokerTest, AnonymousClient_ShouldNotPublishSignals)

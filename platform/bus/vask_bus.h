@@ -18,8 +18,8 @@
  * Every int-returning function returns BUS_OK or one of the negative BUS_ERR_* codes.
  *
  * @par Threads
- * Each connected client runs one network thread (socket I/O; it wakes callers waiting for a
- * reply) and one dispatch thread that runs signal handlers and service method handlers one at a time,
+ * Each connected client runs one network thread (socket I/O; the calls connection excepted, which
+ * its callers read themselves) and one dispatch thread that runs signal handlers and service method handlers one at a time,
  * in arrival order. A client that provides services runs one more thread while connected, which
  * answers the requests of its direct socket (see "Direct path") itself. However many threads run
  * them, the handlers of one client run one at a time. Handlers may call any function of this library on any client, including
@@ -49,7 +49,8 @@
  *   With a broker named by a host name over TLS (mqtts://name), the system resolver, which cannot
  *   be interrupted, may add its own timeout once.
  * - bus_method_call_sync waits at most its timeout; a call in flight fails at once with
- *   BUS_ERR_FAILED when the connection is lost, since its reply can no longer arrive.
+ *   BUS_ERR_FAILED when the connection is lost (the client's own or its calls connection), since
+ *   its reply can no longer arrive.
  * - Requests carry their caller's timeout as their message expiry: a request that is still queued
  *   for its handler when it expires is dropped without running (counted in requests_expired).
  *
@@ -62,6 +63,19 @@
  *   queued); drops are counted (bus_client_get_stats) and logged at level 1, at most once a second;
  * - the sending queue of signals and presence published at QoS 1 and not yet acknowledged by the
  *   broker: bus_signal_emit refuses with BUS_ERR_QUEUE_FULL while it is full.
+ *
+ * @par Calls connection
+ * A client's calls through the broker go out on a second connection of its own, made at its first
+ * such call (client id "<client id>-calls", reply topic "bus/reply/<client id>-calls", the same
+ * broker, credentials and TLS). The calling thread writes its request there and, while it waits,
+ * reads the connection itself (one waiting thread at a time reads and hands each reply to its
+ * caller): no other thread of the client is involved. It is made anew after the client's own
+ * connection was lost, after a call that heard nothing at all, and before an idle spell reaches half
+ * the keepalive the broker gives it. Making it counts against the call's timeout and is given up
+ * after 5 s like any connection attempt; when it cannot be made, calls go on the client's own
+ * connection for 30 s and a line is logged at level 1. bus_monitor names the calling client without
+ * the "-calls". VASK_BUS_CALLS_CONNECTION=0 (read by bus_client_new) keeps calls on the client's
+ * one connection.
  *
  * @par Direct path
  * A connected client that provides services also listens on a unix-domain socket (SOCK_SEQPACKET)
