@@ -10,10 +10,17 @@
 // On a machine with few CPUs the threads soon use them all, and the rate is then set by the CPU
 // that one call costs in all three processes (this one, the broker, the simulator): each benchmark
 // reports it as `cpu_us_per_call`, so that a rate that stops growing can be told apart from a
-// caller that waits for another.
+// caller that waits for another. UnixFloorPingPong shows what the machine allows at all: each thread
+// on a unix socket of its own to unix_responder, which answers each on a thread of its own.
 #include <benchmark/benchmark.h>
 #include <chrono>
+#include <cstdio>
+#include <cstring>
 #include <memory>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include "libvask_external_device.h"
 #include "sim_process.h"
@@ -23,6 +30,8 @@ namespace {
 
 std::unique_ptr<vask_bench::simulated_box> g_box;
 bus_client *g_bus_caller = nullptr; // through the broker
+std::string g_floor_path;           // unix_responder's socket
+constexpr char kFloorMethod[] = "query_voting";
 
 // Runs `call` (true on success) in every thread's loop; the first thread also measures the CPU the
 // calls of all threads cost, between the start and the end of the timed loop, which all threads
@@ -89,9 +98,27 @@ void BusQueryVoting(benchmark::State &state)
     });
 }
 
+// A request and its reply on a bare unix socket, each thread on a connection of its own.
+void UnixFloorPingPong(benchmark::State &state)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    snprintf(address.sun_path, sizeof address.sun_path, "%s", g_floor_path.c_str());
+    int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (fd < 0 || connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
+        state.SkipWithError("cannot connect to unix_responder");
+    char reply[BUS_REPLY_MAX];
+    run_calls(state, [&] {
+        return send(fd, kFloorMethod, strlen(kFloorMethod), MSG_NOSIGNAL) > 0 && recv(fd, reply, sizeof reply, 0) > 0;
+    });
+    if (fd >= 0)
+        close(fd);
+}
+
 BENCHMARK(LibraryGetVoting)->ThreadRange(1, 8)->UseRealTime()->MeasureProcessCPUTime();
 BENCHMARK(DirectGetVoting)->ThreadRange(1, 8)->UseRealTime()->MeasureProcessCPUTime();
 BENCHMARK(BusQueryVoting)->ThreadRange(1, 8)->UseRealTime()->MeasureProcessCPUTime();
+BENCHMARK(UnixFloorPingPong)->ThreadRange(1, 8)->UseRealTime()->MeasureProcessCPUTime();
 
 } // namespace
 
@@ -100,6 +127,12 @@ int main(int argc, char **argv)
     return vask_bench::run_against_box(argc, argv, g_box, [] {
         g_bus_caller = bus_client_new("bench_caller");
         if (bus_client_set_direct(g_bus_caller, 0) != BUS_OK || bus_connect(g_bus_caller, 0) != BUS_OK)
+            return 1;
+        g_floor_path = g_box->root() + "/floor.sock";
+        vask_test::child_process floor;
+        if (!floor.start({VASK_UNIX_RESPONDER, g_floor_path, "floor", std::string(kFloorMethod) + "={\"code\":0}"}, {},
+                         g_box->root() + "/unix_responder.log") ||
+            !floor.wait_for_line("ready", std::chrono::seconds(10)))
             return 1;
         benchmark::RunSpecifiedBenchmarks();
         bus_client_free(g_bus_caller);
