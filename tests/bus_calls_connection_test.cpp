@@ -17,6 +17,7 @@
 #include "fake_service.h"
 #include "log_capture.h"
 #include "mqtt_watcher.h"
+#include "tcp_relay.h"
 #include "vask_bus.h"
 
 using namespace std::chrono_literals;
@@ -32,6 +33,7 @@ protected:
     {
         for (bus_client *client : clients_)
             bus_client_free(client);
+        relay_.reset();
         service_.reset();
         if (broker_ != nullptr)
             bus_cleanup();
@@ -51,6 +53,22 @@ protected:
         ASSERT_TRUE(service_->ready());
         client_ = new_client();
         ASSERT_NE(client_, nullptr);
+    }
+
+    // As start(), with the client's connections made through a relay that can go silent; the
+    // service connects to the broker itself.
+    void start_behind_relay()
+    {
+        broker_ = std::make_unique<vask_test::broker>();
+        setenv("VASK_BUS_URL", broker_->url().c_str(), 1);
+        ASSERT_EQ(bus_init(), BUS_OK);
+        service_ = std::make_unique<vask_test::fake_service>();
+        ASSERT_TRUE(service_->ready());
+        relay_ = std::make_unique<vask_test::tcp_relay>(broker_->port());
+        setenv("VASK_BUS_URL", relay_->url().c_str(), 1);
+        client_ = new_client();
+        ASSERT_NE(client_, nullptr);
+        ASSERT_EQ(relay_->accepted(), 1);
     }
 
     bus_client *new_client()
@@ -83,6 +101,7 @@ protected:
 
     std::unique_ptr<vask_test::broker> broker_;
     std::unique_ptr<vask_test::fake_service> service_;
+    std::unique_ptr<vask_test::tcp_relay> relay_;
     bus_client *client_ = nullptr;
     std::vector<bus_client *> clients_;
 };
@@ -139,6 +158,45 @@ TEST_F(CallsConnectionTest, BrokerRefusingTheCallsConnection_ShouldLeaveTheCalls
     EXPECT_EQ(lines[0].source, "vask_bus");
     EXPECT_EQ(lines[0].function, "bus_method_call_sync");
     EXPECT_EQ(lines[0].module, BUS_LOG_MODULE);
+}
+
+TEST_F(CallsConnectionTest, CallsConnectionMeetingASilentBroker_ShouldEndTheCallWithinItsTimeout)
+{
+    start_behind_relay();
+    relay_->hold_new_connections(true);
+    auto asked = std::chrono::steady_clock::now();
+    EXPECT_EQ(call(client_, "ping", 2), BUS_ERR_TIMEOUT);
+    auto took = std::chrono::steady_clock::now() - asked;
+    EXPECT_GE(took, 1900ms);
+    EXPECT_LT(took, 2500ms);
+    // Given up, the calls are left on the client's own connection for a while.
+    EXPECT_EQ(call(client_, "ping", 2), BUS_OK);
+}
+
+TEST_F(CallsConnectionTest, CallsConnectionMeetingASilentBroker_ShouldBeGivenUpAfterFiveSeconds)
+{
+    start_behind_relay();
+    relay_->hold_new_connections(true);
+    vask_test::log_capture log(TULO_LOG_LEVEL_WARNING);
+    auto asked = std::chrono::steady_clock::now();
+    EXPECT_EQ(call(client_, "ping", 8), BUS_OK); // on the client's own connection, once given up
+    auto took = std::chrono::steady_clock::now() - asked;
+    EXPECT_GE(took, 4900ms);
+    EXPECT_LT(took, 6500ms);
+    std::vector<vask_test::log_line> lines = log.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].message.rfind("no calls connection ", 0), 0u) << lines[0].message;
+}
+
+TEST_F(CallsConnectionTest, CallsConnectionGoneSilent_ShouldBeMadeAnewAfterACallThatHeardNothing)
+{
+    start_behind_relay();
+    ASSERT_EQ(call(client_, "ping"), BUS_OK);
+    ASSERT_EQ(relay_->accepted(), 2); // the client's own connection and its calls connection
+    relay_->freeze(1);
+    EXPECT_EQ(call(client_, "ping", 1), BUS_ERR_TIMEOUT);
+    EXPECT_EQ(call(client_, "ping", 2), BUS_OK);
+    EXPECT_EQ(relay_->accepted(), 3);
 }
 
 TEST_F(CallsConnectionTest, ClientsOwnConnectionLostWhileACallWaits_ShouldFailTheCallAtOnce)
