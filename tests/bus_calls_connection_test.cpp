@@ -99,6 +99,13 @@ protected:
         return topics;
     }
 
+    // The id of the client whose calls connection names `reply_topic` ("bus/reply/<id>-calls").
+    static std::string calling_id(const std::string &reply_topic)
+    {
+        const std::string prefix = "bus/reply/", suffix = "-calls";
+        return reply_topic.substr(prefix.size(), reply_topic.size() - prefix.size() - suffix.size());
+    }
+
     std::unique_ptr<vask_test::broker> broker_;
     std::unique_ptr<vask_test::fake_service> service_;
     std::unique_ptr<vask_test::tcp_relay> relay_;
@@ -188,6 +195,23 @@ TEST_F(CallsConnectionTest, CallsConnectionMeetingASilentBroker_ShouldBeGivenUpA
     EXPECT_EQ(lines[0].message.rfind("no calls connection ", 0), 0u) << lines[0].message;
 }
 
+TEST_F(CallsConnectionTest, DisconnectWhileACallsConnectionMeetsASilentBroker_ShouldReturnWithinItsBound)
+{
+    start_behind_relay();
+    relay_->hold_new_connections(true);
+    vask_test::log_capture log(TULO_LOG_LEVEL_WARNING);
+    std::future<int> caller = std::async(std::launch::async, [this] { return call(client_, "ping", 8); });
+    ASSERT_TRUE(vask_test::eventually([&] { return relay_->accepted() == 2; }));
+    auto asked = std::chrono::steady_clock::now();
+    EXPECT_EQ(bus_disconnect(client_), BUS_OK);
+    EXPECT_LT(std::chrono::steady_clock::now() - asked, 1s);
+    ASSERT_EQ(caller.wait_for(1s), std::future_status::ready);
+    EXPECT_EQ(caller.get(), BUS_ERR_FAILED);
+    // Ended by the disconnection, not refused by the broker: nothing to report.
+    for (const vask_test::log_line &line : log.lines())
+        ADD_FAILURE() << line.function << ": " << line.message;
+}
+
 TEST_F(CallsConnectionTest, CallsConnectionGoneSilent_ShouldBeMadeAnewAfterACallThatHeardNothing)
 {
     start_behind_relay();
@@ -210,10 +234,8 @@ TEST_F(CallsConnectionTest, ClientsOwnConnectionLostWhileACallWaits_ShouldFailTh
     ASSERT_TRUE(vask_test::eventually([&] { return service_->held(); }));
     ASSERT_TRUE(watcher.wait_for(1));
     // Only the client's own connection goes: another one takes over its session.
-    std::string reply_topic = response_topics(watcher).at(0);
-    std::string own_id = reply_topic.substr(strlen("bus/reply/"), reply_topic.size() - strlen("bus/reply/-calls"));
     vask_test::mqtt_login intruder_login;
-    intruder_login.client_id = own_id;
+    intruder_login.client_id = calling_id(response_topics(watcher).at(0));
     vask_test::mqtt_watcher intruder(broker_->port(), intruder_login);
     ASSERT_EQ(caller.wait_for(5s), std::future_status::ready);
     EXPECT_EQ(caller.get(), BUS_ERR_FAILED);
@@ -296,8 +318,7 @@ TEST_F(CallsConnectionTest, MonitorOfACallOnTheCallsConnection_ShouldNameTheCall
     ASSERT_TRUE(wire.subscribe("external_device/method/#", 0));
     ASSERT_EQ(call(client_, "ping"), BUS_OK);
     ASSERT_TRUE(wire.wait_for(1));
-    std::string reply_topic = response_topics(wire).at(0);
-    std::string own_id = reply_topic.substr(strlen("bus/reply/"), reply_topic.size() - strlen("bus/reply/-calls"));
+    std::string own_id = calling_id(response_topics(wire).at(0));
     ASSERT_TRUE(vask_test::eventually([&] {
         std::lock_guard<std::mutex> hold(events.mutex);
         return events.ids.size() >= 2;

@@ -136,8 +136,9 @@ struct client_state {
     bus_direct_stats direct_stats{};
     std::atomic<unsigned long long> calls_direct{0}; // counted without the mutex, on the call's fast path
     bool direct_enabled = true; // VASK_BUS_DIRECT, bus_client_set_direct
-    // Calls through the broker take a connection of their own (VASK_BUS_CALLS_CONNECTION). It has
-    // a lock of its own, which may be taken with `mutex` held, never the other way round.
+    // Calls through the broker take a connection of their own (VASK_BUS_CALLS_CONNECTION; set by
+    // bus_client_new and only read after, without the mutex). It has a lock of its own, which may be
+    // taken with `mutex` held, never the other way round.
     bool calls_connection_enabled = true;
     std::unique_ptr<vask_bus::calls_connection> calls_link;
     std::unique_ptr<vask_bus::direct_server> direct_server; // while the client's services listen directly

@@ -123,18 +123,18 @@ extern "C" int bus_method_call_sync(bus_client *handle, const char *service, con
 
     std::string topic = wire(client, method_topic(service, method));
     uint64_t connection_count;
-    bool own_connection;
+    broker_address address;
     {
         std::lock_guard<std::mutex> hold(client->mutex);
         if (!client->connected)
             return BUS_ERR_FAILED;
         ++client->direct_stats.calls_broker;
         connection_count = client->connection_count;
-        own_connection = client->calls_connection_enabled;
+        address = client->address;
     }
-    if (own_connection) {
-        int rc = call_on_calls_connection(client, connection_count, topic, body, body_length, reply, reply_length,
-                                          deadline);
+    if (client->calls_connection_enabled) { // set once, by bus_client_new
+        int rc = call_on_calls_connection(client, connection_count, address, topic, body, body_length, reply,
+                                          reply_length, deadline);
         if (rc != kNoCallsConnection)
             return rc;
     }

@@ -209,18 +209,18 @@ int ensure_connection(client_state *client, calls_connection &link, std::unique_
         lock.lock();
         link.connecting = false;
         link.changed.notify_all();
-        if (made == nullptr || link.stopping) {
-            if (made != nullptr) {
+        if (link.stopping) {
+            // Ended by bus_disconnect, not refused: nothing to give up on.
+            if (made != nullptr)
                 mosquitto_destroy(made);
-            } else {
-                link.retry_after = steady::now() + kRetryAfterFailure;
-                TULO_LOG_write_newline(BUS_LOG_MODULE, 1, kLogSource, __LINE__, "bus_method_call_sync",
-                                       "no calls connection %s to broker %s:%d; calls share the connection of %s "
-                                       "for %lld s",
-                                       link.client_id.c_str(), address.host.c_str(), address.port,
-                                       client->client_id.c_str(),
-                                       static_cast<long long>(kRetryAfterFailure.count()));
-            }
+            return kNoCallsConnection;
+        }
+        if (made == nullptr) {
+            link.retry_after = steady::now() + kRetryAfterFailure;
+            TULO_LOG_write_newline(BUS_LOG_MODULE, 1, kLogSource, __LINE__, "bus_method_call_sync",
+                                   "no calls connection %s to broker %s:%d; calls share the connection of %s for %lld s",
+                                   link.client_id.c_str(), address.host.c_str(), address.port,
+                                   client->client_id.c_str(), static_cast<long long>(kRetryAfterFailure.count()));
             return kNoCallsConnection;
         }
         link.mosq = made;
@@ -256,15 +256,10 @@ void free_calls_connection(client_state *client)
     client->calls_link.reset();
 }
 
-int call_on_calls_connection(client_state *client, uint64_t connection_count, const std::string &topic,
-                             const char *body, int body_length, char *reply, int *reply_length,
-                             steady::time_point deadline)
+int call_on_calls_connection(client_state *client, uint64_t connection_count, const broker_address &address,
+                             const std::string &topic, const char *body, int body_length, char *reply,
+                             int *reply_length, steady::time_point deadline)
 {
-    broker_address address;
-    {
-        std::lock_guard<std::mutex> hold(client->mutex);
-        address = client->address;
-    }
     calls_connection &link = *client->calls_link;
     std::unique_lock<std::mutex> lock(link.mutex);
     int ready = ensure_connection(client, link, lock, connection_count, address, deadline);

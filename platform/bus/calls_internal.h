@@ -20,6 +20,7 @@ struct mosquitto;
 namespace vask_bus {
 
 struct pending_call;
+struct broker_address;
 
 // What the calls connection's client id and reply topic add to the client's id. Its reply topic
 // ends with its own client id, as the box's broker ACL asks of every reader of replies.
@@ -64,13 +65,13 @@ constexpr int kNoCallsConnection = 2;
 bool init_calls_connection(client_state *client);
 void free_calls_connection(client_state *client);
 
-// Calls `topic` (as on the wire) over the calls connection, made first when there is none or the
-// one there was made before the client's present connection (`connection_count`). Returns a BUS_*
+// Calls `topic` (as on the wire) over the calls connection, made first (to `address`) when there is
+// none or the one there was made before the client's present connection (`connection_count`). Returns a BUS_*
 // result, or kNoCallsConnection when the connection cannot be made: the call then goes through the
 // client's own connection, and the calls connection is not tried again for a while.
-int call_on_calls_connection(client_state *client, uint64_t connection_count, const std::string &topic,
-                             const char *body, int body_length, char *reply, int *reply_length,
-                             std::chrono::steady_clock::time_point deadline);
+int call_on_calls_connection(client_state *client, uint64_t connection_count, const broker_address &address,
+                             const std::string &topic, const char *body, int body_length, char *reply,
+                             int *reply_length, std::chrono::steady_clock::time_point deadline);
 
 // The client's own connection is lost: calls waiting on the calls connection fail at once, as calls
 // on the lost connection do, and the next call makes it anew. Safe with the client's mutex held.

@@ -89,14 +89,19 @@ void tcp_relay::accept_loop()
             continue;
         auto relayed = std::make_unique<link>();
         relayed->client = client;
+        bool carried = false;
         if (!hold_new_) {
             relayed->upstream = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
             sockaddr_in address = loopback(upstream_port_);
-            if (connect(relayed->upstream, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0)
-                relayed->pump = std::thread(pump, relayed.get(), &stopping_);
+            carried = connect(relayed->upstream, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
         }
+        // Counted before anything is carried, so that a client that got its answer finds its
+        // connection counted.
         std::lock_guard<std::mutex> hold(mutex_);
+        link *counted = relayed.get();
         links_.push_back(std::move(relayed));
+        if (carried)
+            counted->pump = std::thread(pump, counted, &stopping_);
     }
 }
 
